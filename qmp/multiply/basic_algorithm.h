@@ -1,0 +1,50 @@
+// One multiplication algorithm as the algorithm tables see it: it multiplies little-endian arrays
+// of 64-bit words (a 32-bit-word number multiplies as the same bytes read as 64-bit words), and
+// it states in advance how much scratch a product of a given size needs, so that callers can
+// size their buffers before they multiply. Nothing here allocates: scratch is carved from the
+// caller's buffer, and a buffer smaller than the stated need is a qmp::BufferTooSmallException.
+//
+// Sizes are in 64-bit words; "product_words" is AL + BL.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace qmp {
+
+class Parallelizer;
+class AlgorithmTableB;
+
+// The context of one product: where recursion looks up smaller products, how to run parallel
+// pieces and how many tasks the plan allows (tds).
+struct MultiplyContext {
+    const AlgorithmTableB* table = nullptr;  // for recursion into smaller algorithms; may be null
+    Parallelizer* parallelizer = nullptr;    // null: run on the calling thread
+    uint64_t tds = 1;                        // task decomposition allowed for this product
+};
+
+class BasicAlgorithm {
+public:
+    virtual ~BasicAlgorithm() = default;
+
+    // Registry name, e.g. "BKT", and display name, e.g. "Basecase + Karatsuba".
+    virtual const char* name() const noexcept = 0;
+    virtual std::string display_name() const = 0;
+    // Checks the algorithm's own parameter table ("Invalid table entry 0." ...).
+    virtual void assert_valid() const {}
+
+    // Scratch bytes needed by multiply()/square() for a product of `product_words` words.
+    virtual uint64_t multiply_buffer_bytes(uint64_t product_words) const = 0;
+    // Bytes of a forward transform kept for reuse (0 for algorithms without transforms).
+    virtual uint64_t transform_buffer_bytes(uint64_t product_words) const { (void)product_words; return 0; }
+
+    // C[0, AL + BL) = A * B. C must not overlap A or B. AL >= 1, BL >= 1.
+    virtual void multiply(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B,
+                          uint64_t BL, void* scratch, uint64_t scratch_bytes,
+                          const MultiplyContext& context) const = 0;
+    // C[0, 2 AL) = A^2. C must not overlap A.
+    virtual void square(uint64_t* C, const uint64_t* A, uint64_t AL, void* scratch,
+                        uint64_t scratch_bytes, const MultiplyContext& context) const = 0;
+};
+
+}  // namespace qmp
