@@ -64,6 +64,10 @@ public:
     ConfigObject& add_object(std::string_view key, std::string comment = {});
     // The common operation underneath ("Object::add_node()").
     ConfigObject& add_node(std::string_view key, ConfigObject node, std::string comment = {});
+    // For the text readers: adds a member whose key has passed the syntax's own rule (the .cfg
+    // identifier set is wider than the key rule, JSON keys are any string) instead of the key
+    // rule. Returns false and adds nothing when the key already exists.
+    bool insert_parsed_member(std::string key, ConfigObject node);
 
     // Lookup: a missing key throws qmp::InvalidParametersException "Invalid Key: <key>" under
     // the caller's function name.

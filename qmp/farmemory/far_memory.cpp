@@ -1,9 +1,12 @@
+// The checked entry points of FarMemory: every public access validates its whole range
+// (overflow-safe, in 128 bits for strided runs) before the back-end moves a byte, and counts
+// the logical traffic. Strided runs that are contiguous on both sides become one transfer.
 #include "qmp/farmemory/far_memory.h"
+
+#include "qmp/console.h"
 
 #include <cstdio>
 #include <string>
-
-#include "qmp/console.h"
 
 namespace qmp {
 
@@ -11,7 +14,7 @@ FarMemory::FarMemory(std::string name, uint64_t size_bytes)
     : name_(std::move(name)), size_bytes_(size_bytes) {}
 
 void FarMemory::print_description() const {
-    char line[128];
+    char line[64];
     std::snprintf(line, sizeof line, "%-32s", "Name");
     Console::print(line, Console::Colour::Label);
     Console::println(name_, Console::Colour::Value);
@@ -26,47 +29,60 @@ void FarMemory::check_range(const char* place, uint64_t offset, uint64_t bytes) 
     }
 }
 
+void FarMemory::check_strided(const char* place, uint64_t offset, uint64_t far_stride,
+                              uint64_t block_bytes, uint64_t count) const {
+    const unsigned __int128 span = (unsigned __int128)(count - 1) * far_stride + block_bytes;
+    // A span beyond 64 bits is reported with the largest length the exception can carry.
+    if (span > UINT64_MAX) {
+        throw FarMemoryOutOfBoundsException(place, name_, offset, UINT64_MAX, size_bytes_);
+    }
+    check_range(place, offset, static_cast<uint64_t>(span));
+}
+
+void FarMemory::load_checked(void* buffer, uint64_t offset, uint64_t bytes) {
+    if (bytes == 0) return;
+    do_load(buffer, offset, bytes);
+    bytes_loaded_.fetch_add(bytes, std::memory_order_relaxed);
+}
+
+void FarMemory::store_checked(const void* buffer, uint64_t offset, uint64_t bytes) {
+    if (bytes == 0) return;
+    do_store(buffer, offset, bytes);
+    bytes_stored_.fetch_add(bytes, std::memory_order_relaxed);
+}
+
 void FarMemory::load(void* buffer, uint64_t offset, uint64_t bytes) {
     check_range("FarMemory::load()", offset, bytes);
-    if (bytes != 0) do_load(buffer, offset, bytes);
+    load_checked(buffer, offset, bytes);
 }
 
 void FarMemory::store(const void* buffer, uint64_t offset, uint64_t bytes) {
     check_range("FarMemory::store()", offset, bytes);
-    if (bytes != 0) do_store(buffer, offset, bytes);
+    store_checked(buffer, offset, bytes);
 }
 
 namespace {
-// The far range touched by a strided run: from offset to the end of the last block.
-bool strided_end(uint64_t offset, uint64_t far_stride, uint64_t block_bytes, uint64_t count,
-                 uint64_t& span) {
-    const unsigned __int128 end = (unsigned __int128)(count - 1) * far_stride + block_bytes;
-    if (end > UINT64_MAX) return false;
-    span = static_cast<uint64_t>(end);
-    (void)offset;
-    return true;
+
+// True when the run is one contiguous range on both sides, so it can move as one transfer.
+bool is_contiguous(int64_t buffer_stride, uint64_t far_stride, uint64_t block_bytes) {
+    return buffer_stride >= 0 && uint64_t(buffer_stride) == block_bytes &&
+           far_stride == block_bytes;
 }
+
 }  // namespace
 
 void FarMemory::gather(void* buffer, int64_t buffer_stride, uint64_t offset, uint64_t far_stride,
                        uint64_t block_bytes, uint64_t count) {
     if (count == 0) return;
-    if (buffer_stride >= 0 && uint64_t(buffer_stride) == block_bytes && far_stride == block_bytes) {
-        const unsigned __int128 total = (unsigned __int128)count * block_bytes;
-        if (total > UINT64_MAX) {
-            throw FarMemoryOutOfBoundsException("FarMemory::gather()", name_, offset, UINT64_MAX,
-                                                size_bytes_);
-        }
-        check_range("FarMemory::gather()", offset, uint64_t(total));
-        if (total != 0) do_load(buffer, offset, uint64_t(total));
+    // For a contiguous run the span is count * block_bytes, the same formula.
+    check_strided("FarMemory::gather()", offset, far_stride, block_bytes, count);
+    if (is_contiguous(buffer_stride, far_stride, block_bytes)) {
+        load_checked(buffer, offset, count * block_bytes);
         return;
     }
-    uint64_t span = 0;
-    if (!strided_end(offset, far_stride, block_bytes, count, span)) span = UINT64_MAX;
-    check_range("FarMemory::gather()", offset, span);
     char* p = static_cast<char*>(buffer);
     for (uint64_t i = 0; i < count; ++i) {
-        if (block_bytes != 0) do_load(p, offset, block_bytes);
+        load_checked(p, offset, block_bytes);
         offset += far_stride;
         p += buffer_stride;
     }
@@ -75,22 +91,14 @@ void FarMemory::gather(void* buffer, int64_t buffer_stride, uint64_t offset, uin
 void FarMemory::scatter(const void* buffer, int64_t buffer_stride, uint64_t offset,
                         uint64_t far_stride, uint64_t block_bytes, uint64_t count) {
     if (count == 0) return;
-    if (buffer_stride >= 0 && uint64_t(buffer_stride) == block_bytes && far_stride == block_bytes) {
-        const unsigned __int128 total = (unsigned __int128)count * block_bytes;
-        if (total > UINT64_MAX) {
-            throw FarMemoryOutOfBoundsException("FarMemory::scatter()", name_, offset, UINT64_MAX,
-                                                size_bytes_);
-        }
-        check_range("FarMemory::scatter()", offset, uint64_t(total));
-        if (total != 0) do_store(buffer, offset, uint64_t(total));
+    check_strided("FarMemory::scatter()", offset, far_stride, block_bytes, count);
+    if (is_contiguous(buffer_stride, far_stride, block_bytes)) {
+        store_checked(buffer, offset, count * block_bytes);
         return;
     }
-    uint64_t span = 0;
-    if (!strided_end(offset, far_stride, block_bytes, count, span)) span = UINT64_MAX;
-    check_range("FarMemory::scatter()", offset, span);
     const char* p = static_cast<const char*>(buffer);
     for (uint64_t i = 0; i < count; ++i) {
-        if (block_bytes != 0) do_store(p, offset, block_bytes);
+        store_checked(p, offset, block_bytes);
         offset += far_stride;
         p += buffer_stride;
     }

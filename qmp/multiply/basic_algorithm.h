@@ -32,6 +32,10 @@ public:
     virtual std::string display_name() const = 0;
     // Checks the algorithm's own parameter table ("Invalid table entry 0." ...).
     virtual void assert_valid() const {}
+    // Whether the algorithm can do what a table entry asks of it, e.g. an instruction-set
+    // variant ("Scalar Integer", "AVX512 Float"). Tables built from named entries refuse an
+    // algorithm that answers false.
+    virtual bool supports(const std::string& feature) const { (void)feature; return false; }
 
     // Scratch bytes needed by multiply()/square() for a product of `product_words` words.
     virtual uint64_t multiply_buffer_bytes(uint64_t product_words) const = 0;

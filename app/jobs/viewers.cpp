@@ -1,0 +1,43 @@
+// The digit viewer ("digitviewer", menu entry 6) and the validator of benchmark validation files
+// ("validate"): each takes at most one word, the path of the file to open, and asks for it when
+// it is not given.
+#include "app/jobs/jobs.h"
+
+#include "app/jobs/job_options.h"
+
+namespace qv {
+namespace {
+
+// At most one positional word (the path); no options.
+std::string read_optional_path(qmp::CommandLine& args, const char* parser) {
+    std::string path;
+    parse_job_options(args, parser, {}, [&](const std::string& word) {
+        if (!path.empty()) return false;
+        path = word;
+        return true;
+    });
+    return path;
+}
+
+constexpr const char* kViewerRun = "DigitViewer::run()";
+constexpr const char* kViewerMessage = "The digit viewer is not available in this build.";
+constexpr const char* kValidatorRun = "Validator::run()";
+constexpr const char* kValidatorMessage = "The benchmark validator is not available in this build.";
+
+}  // namespace
+
+void digitviewer_action(qmp::CommandLine& args) {
+    read_optional_path(args, "DigitViewer::parse_options()");
+    job_not_available(kViewerRun, kViewerMessage);
+}
+
+void digitviewer_menu() { job_not_available(kViewerRun, kViewerMessage); }
+
+void validate_action(qmp::CommandLine& args) {
+    read_optional_path(args, "Validator::parse_options()");
+    job_not_available(kValidatorRun, kValidatorMessage);
+}
+
+void validate_menu() { job_not_available(kValidatorRun, kValidatorMessage); }
+
+}  // namespace qv

@@ -1,0 +1,182 @@
+// Timing of products and squares of N-word operands through the standard multiplication table,
+// in the output format of the peer timing tool ("words=N mul_s=T sqr_s=T": seconds per
+// operation, best of 3 rounds that each loop the operation for at least 50 ms).
+//   qmp_mulbench WORDS [THREADS] [SEED]
+//     SEED: operands are splitmix64 outputs from SEED, a's N words then b's N words, least
+//           significant first; the line then adds "product_mod_M61=R square_mod_M61=R"
+//           (a*b and a*a modulo 2^61 - 1), so results can be compared with another program.
+//     THREADS: accepted for the parallel frameworks; the current algorithms run on one thread.
+//   qmp_mulbench --tune   measures the basecase/Karatsuba cross-overs on this machine.
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "qmp/exception.h"
+#include "qmp/cpu_features.h"
+#include "qmp/multiply/algorithm_registry.h"
+#include "qmp/multiply/basecase.h"
+#include "qmp/multiply/builtin_algorithms.h"
+#include "qmp/multiply/karatsuba.h"
+#include "qmp/multiply/multiply.h"
+#include "qmp/multiply/tuning_profile.h"
+#include "qmp/numbers/words/mod_m61.h"
+
+namespace {
+
+double now_seconds() {
+    using clock = std::chrono::steady_clock;
+    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
+}
+
+// Seconds per call of f: best of `rounds`, each looping for at least `min_round_s`.
+template <typename F>
+double time_best(F&& f, int rounds = 3, double min_round_s = 0.05) {
+    double best = 1e30;
+    for (int r = 0; r < rounds; ++r) {
+        long k = 0;
+        double t0 = now_seconds(), t1;
+        do {
+            f();
+            ++k;
+            t1 = now_seconds();
+        } while (t1 - t0 < min_round_s);
+        if ((t1 - t0) / k < best) best = (t1 - t0) / k;
+    }
+    return best;
+}
+
+struct SplitMix64 {
+    uint64_t state;
+    uint64_t next() {
+        uint64_t z = (state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+};
+
+// Scratch buffer aligned to 128 bytes.
+struct Scratch {
+    std::vector<uint64_t> words;
+    uint64_t bytes;
+    explicit Scratch(uint64_t b) : words(b / 8 + 32), bytes(b) {}
+    void* data() {
+        uintptr_t p = reinterpret_cast<uintptr_t>(words.data());
+        return reinterpret_cast<void*>((p + 127) & ~uintptr_t(127));
+    }
+};
+
+// For each candidate size n, one Karatsuba step over basecase children against the plain
+// basecase; the cross-over is the first n from which the step wins at n and at the next
+// three candidates too (single wins near the cross-over are noise).
+uint64_t find_crossover(bool squares) {
+    SplitMix64 rng{12345};
+    const uint64_t max_n = 160;
+    std::vector<uint64_t> a(max_n), b(max_n), c(2 * max_n);
+    for (auto& w : a) w = rng.next();
+    for (auto& w : b) w = rng.next();
+    std::vector<uint64_t> scratch(qmp::bkt_itch_bound(2 * max_n));
+    std::vector<bool> wins;
+    std::vector<uint64_t> sizes;
+    for (uint64_t n = 8; n <= max_n; n += 2) {
+        // Threshold n: the top product takes a step, its halves (< n) use the basecase.
+        qmp::KaratsubaThresholds step{n, n};
+        double t_base, t_step;
+        if (squares) {
+            t_base = time_best([&] { qmp::sqr_basecase(c.data(), a.data(), n); }, 3, 0.01);
+            t_step = time_best([&] { qmp::bkt_sqr(c.data(), a.data(), n, scratch.data(), step); }, 3, 0.01);
+        } else {
+            t_base = time_best([&] { qmp::mul_basecase(c.data(), a.data(), n, b.data(), n); }, 3, 0.01);
+            t_step = time_best([&] { qmp::bkt_mul(c.data(), a.data(), n, b.data(), n, scratch.data(), step); }, 3, 0.01);
+        }
+        std::printf("  %s n=%3llu basecase_s=%.4g karatsuba_step_s=%.4g ratio=%.3f\n", squares ? "sqr" : "mul",
+                    (unsigned long long)n, t_base, t_step, t_step / t_base);
+        sizes.push_back(n);
+        wins.push_back(t_step < t_base);
+    }
+    for (size_t i = 0; i + 3 < wins.size(); ++i)
+        if (wins[i] && wins[i + 1] && wins[i + 2] && wins[i + 3]) return sizes[i];
+    return max_n;
+}
+
+int tune() {
+    const qmp::CpuIdentity cpu = qmp::cpu_identity();
+    std::printf("cpu: %s\n", cpu.brand.c_str());
+    const uint64_t mul = find_crossover(false);
+    const uint64_t sqr = find_crossover(true);
+    std::printf("karatsuba mul_min_words=%llu sqr_min_words=%llu\n", (unsigned long long)mul,
+                (unsigned long long)sqr);
+    return 0;
+}
+
+int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed) {
+    (void)threads;
+    std::vector<uint64_t> a(n), b(n), c(2 * n);
+    if (seeded) {
+        SplitMix64 rng{seed};
+        for (auto& w : a) w = rng.next();
+        for (auto& w : b) w = rng.next();
+    } else {
+        SplitMix64 rng{0x0123456789ABCDEFull};
+        for (auto& w : a) w = rng.next();
+        for (auto& w : b) w = rng.next();
+        a[n - 1] |= 1ull << 63;  // full-length operands, as the peer uses
+        b[n - 1] |= 1ull << 63;
+    }
+
+    qmp::AlgorithmRegistry registry;
+    qmp::register_builtin_algorithms(registry);
+    qmp::AlgorithmTableB table = qmp::make_default_table(registry);
+    if (2 * n > table.max_product_words()) {
+        std::printf("This test size is beyond the limit of the current algorithm.\n");
+        std::printf("Reverting to default algorithm...\n");
+        table = qmp::AlgorithmTableB(registry, {{2 * n, "BKT", {}}});
+    }
+    Scratch mul_scratch(qmp::multiply_scratch_bytes(table, n, n));
+    Scratch sqr_scratch(qmp::square_scratch_bytes(table, n));
+
+    const double mul_s = time_best([&] {
+        qmp::multiply(table, c.data(), a.data(), n, b.data(), n, mul_scratch.data(), mul_scratch.bytes);
+    });
+    const uint64_t product_mod = qmp::mod_m61(c.data(), 2 * n);
+    const double sqr_s = time_best([&] {
+        qmp::square(table, c.data(), a.data(), n, sqr_scratch.data(), sqr_scratch.bytes);
+    });
+    const uint64_t square_mod = qmp::mod_m61(c.data(), 2 * n);
+
+    std::printf("words=%llu mul_s=%.6g sqr_s=%.6g", (unsigned long long)n, mul_s, sqr_s);
+    if (seeded)
+        std::printf(" product_mod_M61=%llu square_mod_M61=%llu", (unsigned long long)product_mod,
+                    (unsigned long long)square_mod);
+    std::printf("\n");
+    return 0;
+}
+
+bool parse_u64(const char* text, uint64_t& value) {
+    char* end = nullptr;
+    value = std::strtoull(text, &end, 10);
+    return end != text && *end == '\0';
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc == 2 && std::strcmp(argv[1], "--tune") == 0) return tune();
+        uint64_t n = 0, threads = 1, seed = 0;
+        if (argc < 2 || argc > 4 || !parse_u64(argv[1], n) || n == 0 ||
+            (argc > 2 && (!parse_u64(argv[2], threads) || threads == 0)) ||
+            (argc > 3 && !parse_u64(argv[3], seed))) {
+            std::fprintf(stderr, "usage: qmp_mulbench WORDS [THREADS] [SEED]\n       qmp_mulbench --tune\n");
+            return 2;
+        }
+        return bench(n, threads, argc > 3, seed);
+    } catch (const qmp::Exception& e) {
+        e.print();
+        return 1;
+    }
+}

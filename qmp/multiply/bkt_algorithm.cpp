@@ -1,0 +1,63 @@
+// The BKT table algorithm: buffer checks in front of bkt_mul()/bkt_sqr(), and its thresholds.
+#include "qmp/multiply/bkt_algorithm.h"
+
+#include <memory>
+
+#include "qmp/exception.h"
+#include "qmp/multiply/algorithm_registry.h"
+
+namespace qmp {
+
+// Cross-over points of the basecase and Karatsuba (operand words).
+// measured by `qmp_mulbench --tune` on AMD Zen 5 (pending), g++ 12.
+KaratsubaThresholds default_karatsuba_thresholds() {
+    KaratsubaThresholds t;
+    t.mul_min_words = 32;
+    t.sqr_min_words = 48;
+    return t;
+}
+
+BasecaseKaratsuba::BasecaseKaratsuba(KaratsubaThresholds thresholds, uint64_t max_product_words)
+    : thresholds_(thresholds), max_product_words_(max_product_words) {}
+
+void BasecaseKaratsuba::assert_valid() const {
+    // Below 2 words a Karatsuba step would not shrink its operands.
+    if (thresholds_.mul_min_words < 2)
+        throw InvalidParametersException("BasecaseKaratsuba::assert_valid()", "Invalid table entry 0.");
+    if (max_product_words_ < 2 * thresholds_.mul_min_words)
+        throw InvalidParametersException("BasecaseKaratsuba::assert_valid()", "Invalid table entry 1.");
+    if (thresholds_.sqr_min_words < 2)
+        throw InvalidParametersException("BasecaseKaratsuba::assert_valid()", "Invalid table entry 2.0.");
+}
+
+uint64_t BasecaseKaratsuba::multiply_buffer_bytes(uint64_t product_words) const {
+    return bkt_itch_bound(product_words) * sizeof(uint64_t);
+}
+
+void BasecaseKaratsuba::multiply(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B,
+                                 uint64_t BL, void* scratch, uint64_t scratch_bytes,
+                                 const MultiplyContext& context) const {
+    (void)context;
+    const uint64_t need = multiply_buffer_bytes(AL + BL);
+    if (scratch_bytes < need)
+        throw BufferTooSmallException("BasecaseKaratsuba::multiply()", scratch_bytes, need);
+    bkt_mul(C, A, AL, B, BL, static_cast<uint64_t*>(scratch), thresholds_);
+}
+
+void BasecaseKaratsuba::square(uint64_t* C, const uint64_t* A, uint64_t AL, void* scratch,
+                               uint64_t scratch_bytes, const MultiplyContext& context) const {
+    (void)context;
+    const uint64_t need = multiply_buffer_bytes(2 * AL);
+    if (scratch_bytes < need)
+        throw BufferTooSmallException("BasecaseKaratsuba::square()", scratch_bytes, need);
+    bkt_sqr(C, A, AL, static_cast<uint64_t*>(scratch), thresholds_);
+}
+
+void register_bkt(AlgorithmRegistry& registry) {
+    registry.add("BKT", [](const NamedAlgorithmEntry& entry) {
+        return std::make_unique<BasecaseKaratsuba>(default_karatsuba_thresholds(),
+                                                   entry.threshold_words);
+    });
+}
+
+}  // namespace qmp

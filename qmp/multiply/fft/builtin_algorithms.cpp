@@ -1,0 +1,14 @@
+// Fills the registry with every built-in algorithm: "BKT" from the multiplication layer and
+// the transforms of this layer as they are added.
+#include "qmp/multiply/builtin_algorithms.h"
+
+#include "qmp/multiply/algorithm_registry.h"
+#include "qmp/multiply/bkt_algorithm.h"
+
+namespace qmp {
+
+void register_builtin_algorithms(AlgorithmRegistry& registry) {
+    register_bkt(registry);
+}
+
+}  // namespace qmp

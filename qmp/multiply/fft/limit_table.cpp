@@ -1,0 +1,115 @@
+// The measured bits-per-point limits of the right-angle FFT product, per transform size and
+// digit mode. A row gives, for M = 2^r real points, the largest digit width b at which the
+// worst of the measured input classes kept the maximum distance of any output coefficient to its
+// nearest integer at or below 1/8, i.e. at least one bit per point (4x in error) below failure.
+#include "qmp/multiply/fft/limit_table.h"
+
+#include "qmp/exception.h"
+
+#include <array>
+
+namespace qmp::fft {
+namespace {
+
+// How the table was obtained. The harness computes the exact right-angle transform in scalar
+// double (radix-m DIF first level, radix-2 levels, twiddles rounded once from long double),
+// multiplies operands of M/2 digits each and reports max |x - rint(x)| over all coefficients and
+// trials, with an exactness check of the rounded product modulo 2^61-1:
+//     g++ -O2 -march=x86-64-v3 -ffp-contract=off fft_error.cpp -o fft_error
+//     python3 sweep.py ./fft_error results_m1.tsv 10 26 1
+// Input classes: random balanced; random and all-max unsigned; constant, alternating and
+// period-4 max-magnitude balanced digits (the integers 0x8000 8000..., 0xAAAA...); max-magnitude
+// random signs; balanced constants just below the carry threshold. Each class is multiplied and
+// squared; a column takes the worst (class, operation) pair.
+//   dithered:   balanced digits with the dithered carry, worst class. The default.
+//   structured: plain balanced digits, worst class (structured inputs are ~5 bits worse than
+//               random ones at 2^23: random-input tables are unsafe and are not kept).
+//   unsigned:   unsigned digits, all-max input (the mean of unsigned digits is a DC peak).
+// Row 27 was measured as spot checks at 2^27 (squaring, b = 16: 0.039; b = 17: 0.156, so 16).
+// Row 28 is extrapolated from the slope over rows 18..26 (dithered: -0.265 bit per doubling of
+// M): at b = 16 the error at 2^28 is expected near 0.039 * 2^(2 * 0.265) ~ 0.06, still below 1/8,
+// and the run-time maxdist guard (0.3) stands behind it. Rows 29 and 30 stay disabled until
+// measured (a run at 2^29 needs more memory than the measuring machine had).
+struct Row {
+    uint8_t dithered;
+    uint8_t structured;
+    uint8_t unsigned_max;
+};
+
+// Indexed by log2(M) - kLimitMinLog2Points.
+constexpr std::array<Row, kLimitMaxLog2Points - kLimitMinLog2Points + 1> kRows = {{
+    {21, 20, 19},  // 2^10
+    {21, 20, 18},  // 2^11
+    {20, 19, 18},  // 2^12
+    {20, 18, 17},  // 2^13
+    {20, 18, 17},  // 2^14
+    {20, 17, 16},  // 2^15
+    {19, 17, 16},  // 2^16
+    {19, 16, 15},  // 2^17
+    {19, 16, 15},  // 2^18
+    {18, 15, 14},  // 2^19
+    {18, 15, 14},  // 2^20
+    {18, 14, 13},  // 2^21
+    {18, 14, 13},  // 2^22
+    {17, 13, 12},  // 2^23
+    {17, 13, 12},  // 2^24
+    {17, 12, 11},  // 2^25
+    {17, 12, 10},  // 2^26
+    {16, 11, 10},  // 2^27 (structured measured; unsigned extrapolated)
+    {16, 11, 9},   // 2^28 (extrapolated, see above)
+}};
+
+}  // namespace
+
+const char* digit_mode_name(DigitMode mode) {
+    switch (mode) {
+        case DigitMode::Dithered: return "dithered";
+        case DigitMode::Balanced: return "balanced";
+        case DigitMode::Unsigned: return "unsigned";
+    }
+    return "invalid";
+}
+
+int ceil_log2_points(int m, int k) {
+    // log2(3) = 1.58, log2(5) = 2.32, log2(7) = 2.81: all round up to k + 2 or k + 3.
+    switch (m) {
+        case 1: return k;
+        case 3: return k + 2;
+        case 5: return k + 3;
+        case 7: return k + 3;
+    }
+    throw InvalidParametersException("FFTv4::get_reduction()", "Invalid multiplier.");
+}
+
+int bits_per_point(int m, int k, DigitMode mode) {
+    int r = ceil_log2_points(m, k);
+    if (r > kLimitMaxLog2Points) return 0;
+    if (r < kLimitMinLog2Points) r = kLimitMinLog2Points;
+    const Row& row = kRows[r - kLimitMinLog2Points];
+    switch (mode) {
+        case DigitMode::Dithered: return row.dithered;
+        case DigitMode::Balanced: return row.structured;
+        case DigitMode::Unsigned: return row.unsigned_max;
+    }
+    return 0;
+}
+
+uint16_t encode_cbitlen(int m, int k, int bits) {
+    return static_cast<uint16_t>((bits * m) | (k << 10));
+}
+
+uint64_t decode_cbitlen(uint16_t entry) {
+    return static_cast<uint64_t>(entry & 1023) << (entry >> 10);
+}
+
+std::vector<uint16_t> cbitlen_entries(int m, DigitMode mode, int k_first, int k_last) {
+    std::vector<uint16_t> entries;
+    for (int k = k_first; k <= k_last; ++k) {
+        const int bits = bits_per_point(m, k, mode);
+        if (bits == 0) break;
+        entries.push_back(encode_cbitlen(m, k, bits));
+    }
+    return entries;
+}
+
+}  // namespace qmp::fft

@@ -1,0 +1,158 @@
+// Points -> words (see release.h).
+//
+// The coefficients are cut into ranges of whole multiples of 64 coefficients, so each range
+// starts on a word boundary (64 q coefficients of b bits = q b words). A task rounds its range
+// and accumulates sum c_j 2^(j b) in a signed 128-bit window, emitting a word whenever the next
+// coefficient's shift reaches 64; what is left when its words end is a signed carry (below
+// 2^(b + 60)), which is then added into the next range's words in order. |c_j| < 2^62 and
+// shifts < 64 keep the window below 2^126 + 2^125. Everything above CL words must cancel to
+// zero: the top range keeps it in the window and reports an overrun if it does not.
+#include "qmp/multiply/fft/release.h"
+
+#include "qmp/parallel/parallelizer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace qmp::fft {
+namespace {
+
+constexpr uint64_t kMaxChunks = 64;
+constexpr uint64_t kMinChunkCoefficients = 8192;
+constexpr double kCastLimit = 4611686018427387904.0;  // 2^62
+
+inline double coefficient(const double* p, uint64_t n, uint64_t j) {
+    if (j < n) return p[(j >> 3) * 16 + (j & 7)];
+    j -= n;
+    return p[(j >> 3) * 16 + 8 + (j & 7)];
+}
+
+struct ChunkResult {
+    double max_distance;
+    __int128 carry;  // value left above the chunk's last word, in units of that word
+    bool overrun;
+    uint64_t overrun_index;
+};
+
+// Rounds coefficients [j0, j1) (j0 a multiple of 64) and writes words [j0 b / 64, word_end).
+// The top chunk has word_end = CL and may hold coefficients whose bits lie above it.
+ChunkResult release_chunk(const double* p, uint64_t n, int bits, uint64_t j0, uint64_t j1,
+                          uint64_t* C, uint64_t word_end) {
+    ChunkResult r{0.0, 0, false, 0};
+    bool bad = false;
+    uint64_t word = j0 * bits / 64;
+    __int128 acc = 0;
+    uint64_t shift = 0;  // bit position of coefficient j relative to `word`
+    for (uint64_t j = j0; j < j1; ++j, shift += bits) {
+        const double x = coefficient(p, n, j);
+        double rounded = std::nearbyint(x);
+        if (!(std::fabs(x) < kCastLimit)) {
+            bad = true;
+            rounded = 0.0;
+        }
+        const double distance = std::fabs(x - rounded);
+        if (distance > r.max_distance) r.max_distance = distance;
+        const int64_t c = static_cast<int64_t>(rounded);
+        while (shift >= 64 && word < word_end) {
+            C[word++] = static_cast<uint64_t>(acc);
+            acc >>= 64;
+            shift -= 64;
+        }
+        if (shift >= 64) {
+            // Beyond the output and too far up for the window: must be zero.
+            if (c != 0 && !r.overrun) {
+                r.overrun = true;
+                r.overrun_index = word + shift / 64;
+            }
+            continue;
+        }
+        acc += static_cast<__int128>(c) << shift;
+    }
+    while (word < word_end) {
+        C[word++] = static_cast<uint64_t>(acc);
+        acc >>= 64;
+    }
+    r.carry = acc;
+    if (bad) r.max_distance = std::numeric_limits<double>::infinity();
+    return r;
+}
+
+}  // namespace
+
+__int128 add_signed_carry(uint64_t* C, uint64_t begin, uint64_t end, __int128 carry) {
+    for (uint64_t i = begin; i < end && carry != 0; ++i) {
+        carry += C[i];
+        C[i] = static_cast<uint64_t>(carry);
+        carry >>= 64;
+    }
+    return carry;
+}
+
+ReleaseStatus release_points(const Block* points, uint64_t n_complex, int bits,
+                             uint64_t coefficient_count, uint64_t* C, uint64_t CL,
+                             Parallelizer* parallelizer, uint64_t tds) {
+    const uint64_t n = n_complex;
+    const double* p = &points[0].re[0];
+    const uint64_t J = std::min(coefficient_count, 2 * n);
+
+    // Ranges below `lower` (a multiple of 64 whose words all lie inside C) are cut evenly;
+    // the top range takes the rest up to J, and every word up to CL.
+    uint64_t lower = std::min(J, CL * 64 / bits) & ~uint64_t(63);
+    uint64_t chunk = std::max<uint64_t>(kMinChunkCoefficients, (lower + 2 * tds - 1) / std::max<uint64_t>(1, 2 * tds));
+    chunk = std::max<uint64_t>(chunk, (lower + kMaxChunks - 2) / (kMaxChunks - 1));
+    chunk = (chunk + 63) & ~uint64_t(63);
+    uint64_t begin[kMaxChunks + 1];
+    uint64_t chunks = 0;
+    for (uint64_t j = 0; j < lower; j += chunk) begin[chunks++] = j;
+    if (chunks == 0) begin[chunks++] = 0;
+    begin[chunks] = J;  // the last range ends at J
+
+    ChunkResult results[kMaxChunks];
+    auto word_begin = [&](uint64_t i) { return begin[i] * bits / 64; };
+    auto task = [&](uint64_t i) {
+        const bool top = i + 1 == chunks;
+        const uint64_t word_end = top ? CL : word_begin(i + 1);
+        results[i] = release_chunk(p, n, bits, begin[i], top ? J : begin[i + 1], C, word_end);
+    };
+    if (parallelizer != nullptr && tds > 1 && chunks > 1) {
+        parallelizer->run(chunks, task);
+    } else {
+        for (uint64_t i = 0; i < chunks; ++i) task(i);
+    }
+
+    // Coefficients above J belong to no product word: they must round to zero.
+    ReleaseStatus status;
+    for (uint64_t j = J; j < 2 * n; ++j) {
+        const double x = coefficient(p, n, j);
+        const double rounded = std::nearbyint(x);
+        double distance = std::fabs(x - rounded);
+        if (!(std::fabs(x) < kCastLimit)) distance = std::numeric_limits<double>::infinity();
+        if (!(distance <= status.max_distance)) status.max_distance = distance;
+        if (rounded != 0.0 && !status.overrun) {
+            status.overrun = true;
+            status.overrun_index = j * bits / 64;
+        }
+    }
+
+    __int128 carry = 0;
+    for (uint64_t i = 0; i < chunks; ++i) {
+        const ChunkResult& r = results[i];
+        if (!(r.max_distance <= status.max_distance)) status.max_distance = r.max_distance;
+        if (r.overrun && !status.overrun) {
+            status.overrun = true;
+            status.overrun_index = r.overrun_index;
+        }
+        const bool top = i + 1 == chunks;
+        const uint64_t end = top ? CL : word_begin(i + 1);
+        // The carry coming from below enters at this range's first word.
+        carry = add_signed_carry(C, word_begin(i), end, carry) + r.carry;
+    }
+    if (carry != 0 && !status.overrun) {
+        status.overrun = true;
+        status.overrun_index = CL;
+    }
+    return status;
+}
+
+}  // namespace qmp::fft

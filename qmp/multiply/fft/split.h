@@ -1,0 +1,45 @@
+// Words -> points: cuts a little-endian word array A[0, AL) into b-bit digits (digit t holds bits
+// [t b, t b + b) of A) and writes them, as signed values in the chosen digit mode, into n complex
+// points with right-angle packing: digit t < n goes to the real part of point t, digit n + t to
+// the imaginary part of point t. The digit sequence is the integer A exactly (sum d_t 2^(t b)).
+// Contract: 1 <= b <= 24; the digits of A plus one carry digit fit in 2n (split_digit_count());
+// `points` holds n/8 blocks and is fully written (the unused digits are zero); no scratch.
+// The result is identical for every parallelizer and task count.
+#pragma once
+
+#include <cstdint>
+
+#include "qmp/multiply/fft/limit_table.h"
+#include "qmp/multiply/fft/transform.h"
+
+namespace qmp {
+class Parallelizer;
+}
+
+namespace qmp::fft {
+
+// The default seed of the dither: every operand uses the same one, so a transform stored for
+// reuse is the same whoever the partner is (squaring is the measured worst case anyway).
+constexpr uint64_t kDitherSeed = 0x5851f42d4c957f2dull;
+
+// Digits of an AL-word operand at `bits` per digit, not counting the carry digit.
+inline uint64_t split_digit_count(uint64_t n_words, int bits) {
+    return (n_words * 64 + bits - 1) / bits;
+}
+
+// The b-bit dither threshold of digit t (counter-based, so any task can compute it).
+inline uint64_t dither_threshold(uint64_t seed, uint64_t t, int bits) {
+    uint64_t z = seed + (t + 1) * 0x9e3779b97f4a7c15ull;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    z ^= z >> 31;
+    return z >> (64 - bits);
+}
+
+// Writes the points of A as described above. Throws InvalidParametersException when the digits
+// do not fit ("Operand does not fit the transform.") or b is out of range.
+void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block* points,
+                 uint64_t n_complex, Parallelizer* parallelizer, uint64_t tds,
+                 uint64_t seed = kDitherSeed);
+
+}  // namespace qmp::fft

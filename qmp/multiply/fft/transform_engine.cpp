@@ -1,0 +1,167 @@
+// Pass structure of the transform. Forward: the reduction levels across the w sub-transforms,
+// then each sub-transform's levels; inverse mirrors it. Sub-transforms of more than 128 blocks
+// are four-step grids of R rows x 128 blocks: a column pass (reduction + the top log2(R) levels,
+// one block-column of every sub-transform at a time: w*R blocks, sized to stay in L2) and a row
+// pass (the 7 remaining block levels + 3 in-block levels on 16 KiB rows, in L1). Because each
+// level of the reduction-tree transform uses one twiddle per group, columns need no separate
+// twiddle pass: the row index alone selects the twiddles.
+#include "qmp/multiply/fft/transform_engine.h"
+
+#include <cstring>
+
+namespace qmp::fft {
+namespace {
+
+constexpr int kRowBlockLevels = 7;  // rows of 128 blocks
+constexpr uint64_t kRowBlocks = uint64_t(1) << kRowBlockLevels;
+
+RootFraction sub_root(int m, int d, int j) {
+    if (m == 1) {
+        // Node j at depth d-1 of the tree rooted at T^n - i (a quarter turn).
+        return RootFraction{1 + 4 * bit_reverse(uint64_t(j), d - 1), uint64_t(4) << (d - 1)};
+    }
+    // Factor T^(n/m) - zeta_j, zeta_j = exp(2 pi i (1/4 + j)/m).
+    return RootFraction{uint64_t(1 + 4 * j), uint64_t(4 * m)};
+}
+
+}  // namespace
+
+TransformEngine::TransformEngine(int m, int k) : m_(m), k_(k) {
+    const Reduction& red = get_reduction(m, k);
+    d_ = red.depth;
+    w_ = red.sub_transforms;
+    n_ = uint64_t(m) << (k - 1);
+    log_l_ = k - d_;
+    log_b_ = log_l_ - 3;
+    blocks_ = uint64_t(1) << log_b_;
+    log_r_ = log_b_ > kRowBlockLevels ? log_b_ - kRowBlockLevels : 0;
+    pitch_ = blocks_ + 1 + blocks_ / 128;
+
+    rc_.m = m;
+    rc_.depth = d_;
+    rc_.w = w_;
+    rc_.sub_blocks = blocks_;
+    rc_.sub_pitch = pitch_;
+    const long double inv_n = 1.0L / static_cast<long double>(n_);
+    rc_.inv_n = static_cast<double>(inv_n);
+    if (m == 1) {
+        for (int d = 0; d + 1 < d_; ++d)
+            for (uint64_t g = 0; g < (uint64_t(1) << d); ++g)
+                rc_.level_tw[(1 << d) + g] = unit_root_rounded(1 + 4 * bit_reverse(g, d), uint64_t(4) << (d + 1));
+    } else {
+        for (int r = 0; r < m; ++r) {
+            rc_.twist[r] = unit_root_rounded(r, 4 * m);
+            const std::complex<long double> inv = unit_root(4 * m - r, 4 * m) * inv_n;
+            rc_.inv_twist[r] = Cplx{static_cast<double>(inv.real()), static_cast<double>(inv.imag())};
+            for (int q = 0; q < m; ++q) {
+                const std::complex<long double> z = unit_root(uint64_t(q) * r, m);
+                rc_.cos_qr[q][r] = static_cast<double>(z.real());
+                rc_.sin_qr[q][r] = static_cast<double>(z.imag());
+            }
+        }
+    }
+    straight_.reserve(w_);
+    interleaved_.reserve(w_);
+    for (int j = 0; j < w_; ++j) {
+        const RootFraction root = sub_root(m, d_, j);
+        straight_.emplace_back(root, log_b_);
+        interleaved_.emplace_back(root, log_b_);
+    }
+}
+
+void TransformEngine::zero_padding(Block* work) const {
+    const uint64_t used = padded_block(blocks_ - 1) + 1;
+    for (int j = 0; j < w_; ++j) {
+        Block* sub = work + j * pitch_;
+        for (uint64_t r = 0; r < blocks_ / 128; ++r) {
+            const uint64_t pad = r * 129 + 128;
+            if (pad < used) std::memset(sub + pad, 0, sizeof(Block));
+        }
+        std::memset(sub + used, 0, (pitch_ - used) * sizeof(Block));
+    }
+    std::memset(work + uint64_t(w_) * pitch_, 0, sizeof(Block));
+}
+
+void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    zero_padding(work);
+    if (!four_step()) {
+        run_split(p, tds, blocks_, [&](uint64_t b, uint64_t e) {
+            ks.reduce_forward(rc_, in, work, b, e - b, 1);
+        });
+        run_split(p, tds, w_, [&](uint64_t b, uint64_t e) {
+            for (uint64_t j = b; j < e; ++j) {
+                Block* sub = work + j * pitch_;
+                ks.dif_vertical(sub, 1, log_b_, straight_[j].data(), 0, 0);
+                ks.dif_inblock(sub, blocks_, interleaved_[j].records());
+            }
+        });
+        return;
+    }
+    const uint64_t rows = uint64_t(1) << log_r_;
+    run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
+        for (uint64_t c = b; c < e; ++c) {
+            ks.reduce_forward(rc_, in, work, c, rows, kRowBlocks);
+            for (int j = 0; j < w_; ++j)
+                ks.dif_vertical(work + j * pitch_ + c, kRowBlocks + 1, log_r_, straight_[j].data(), 0, 0);
+        }
+    });
+    run_split(p, tds, uint64_t(w_) * rows, [&](uint64_t b, uint64_t e) {
+        for (uint64_t t = b; t < e; ++t) {
+            const uint64_t j = t >> log_r_, r = t & (rows - 1);
+            Block* row = work + j * pitch_ + r * (kRowBlocks + 1);
+            ks.dif_vertical(row, 1, kRowBlockLevels, straight_[j].data(), log_r_, r);
+            ks.dif_inblock(row, kRowBlocks, interleaved_[j].records() + r * kRowBlocks);
+        }
+    });
+}
+
+void TransformEngine::inverse(Block* work, Block* out, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    if (!four_step()) {
+        run_split(p, tds, w_, [&](uint64_t b, uint64_t e) {
+            for (uint64_t j = b; j < e; ++j) {
+                Block* sub = work + j * pitch_;
+                ks.dit_inblock(sub, blocks_, interleaved_[j].records());
+                ks.dit_vertical(sub, 1, log_b_, straight_[j].data(), 0, 0);
+            }
+        });
+        run_split(p, tds, blocks_, [&](uint64_t b, uint64_t e) {
+            ks.reduce_inverse(rc_, work, out, b, e - b, 1);
+        });
+        return;
+    }
+    const uint64_t rows = uint64_t(1) << log_r_;
+    run_split(p, tds, uint64_t(w_) * rows, [&](uint64_t b, uint64_t e) {
+        for (uint64_t t = b; t < e; ++t) {
+            const uint64_t j = t >> log_r_, r = t & (rows - 1);
+            Block* row = work + j * pitch_ + r * (kRowBlocks + 1);
+            ks.dit_inblock(row, kRowBlocks, interleaved_[j].records() + r * kRowBlocks);
+            ks.dit_vertical(row, 1, kRowBlockLevels, straight_[j].data(), log_r_, r);
+        }
+    });
+    run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
+        for (uint64_t c = b; c < e; ++c) {
+            for (int j = 0; j < w_; ++j)
+                ks.dit_vertical(work + j * pitch_ + c, kRowBlocks + 1, log_r_, straight_[j].data(), 0, 0);
+            ks.reduce_inverse(rc_, work, out, c, rows, kRowBlocks);
+        }
+    });
+}
+
+void TransformEngine::multiply(Block* a, const Block* b, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    run_split(p, tds, work_blocks(), [&](uint64_t s, uint64_t e) { ks.multiply(a + s, b + s, e - s); });
+}
+
+void TransformEngine::square(Block* a, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    run_split(p, tds, work_blocks(), [&](uint64_t s, uint64_t e) { ks.square(a + s, e - s); });
+}
+
+void TransformEngine::perturb_twiddle(int sub, int depth, uint64_t group, double delta) {
+    if (depth < log_b_) straight_[sub].perturb(depth, group, delta);
+    else interleaved_[sub].perturb(depth, group, delta);
+}
+
+}  // namespace qmp::fft

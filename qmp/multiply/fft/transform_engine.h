@@ -1,0 +1,76 @@
+// The execution plan of one transform size: geometry, the reduction constants, the twiddle tables
+// of every sub-transform, and the pass structure (single sweep or four-step). Work layout: w
+// sub-transforms of B = 2^(k-d-3) logical blocks, each stored at a pitch of B + 1 + B/128 blocks
+// (logical block i at i + i/128: one padding block per 128 so that column walks do not alias in
+// the caches), then one extra block. Padding blocks are written as zero by forward().
+// All passes split into independent tasks with disjoint outputs, so results are identical for
+// any task count and any framework.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "qmp/multiply/fft/kernel_set.h"
+#include "qmp/multiply/fft/reduction.h"
+#include "qmp/multiply/fft/twiddle_tables.h"
+#include "qmp/parallel/parallelizer.h"
+
+namespace qmp::fft {
+
+class TransformEngine {
+public:
+    // Assumes the size checks have passed (k - d >= 6).
+    TransformEngine(int m, int k);
+
+    int multiplier() const { return m_; }
+    int k() const { return k_; }
+    int sub_transforms() const { return w_; }
+    int sub_exponent() const { return log_l_; }  // k - d
+    uint64_t complex_points() const { return n_; }
+    uint64_t work_blocks() const { return uint64_t(w_) * pitch_ + 1; }
+    bool four_step() const { return log_r_ > 0; }
+    uint64_t rows() const { return uint64_t(1) << log_r_; }
+
+    void forward(const Block* in, Block* work, Parallelizer* p, uint64_t tds) const;
+    void inverse(Block* work, Block* out, Parallelizer* p, uint64_t tds) const;
+    void multiply(Block* a, const Block* b, Parallelizer* p, uint64_t tds) const;
+    void square(Block* a, Parallelizer* p, uint64_t tds) const;
+
+    const StraightTable& straight_table(int sub) const { return straight_[sub]; }
+    const InterleavedTable& interleaved_table(int sub) const { return interleaved_[sub]; }
+    // Test seam: perturbs one twiddle of sub-transform `sub` at depth `depth` (straight levels
+    // below log2(B), in-block levels above). Only for engines owned by the caller.
+    void perturb_twiddle(int sub, int depth, uint64_t group, double delta);
+
+private:
+    void zero_padding(Block* work) const;
+
+    int m_, k_, d_, w_;
+    uint64_t n_;
+    int log_l_, log_b_, log_r_;  // log_r_ = 0: single sweep per sub-transform
+    uint64_t blocks_, pitch_;    // B and the padded pitch
+    ReductionConstants rc_;
+    std::vector<StraightTable> straight_;
+    std::vector<InterleavedTable> interleaved_;
+};
+
+// Test seam: a private transform (not in the shared cache) whose twiddle s(depth, group) of
+// sub-transform `sub` is off by `delta` in its real part. Checks as the shapes do.
+std::unique_ptr<Transform> make_perturbed_transform(int m, int k, int sub, int depth,
+                                                    uint64_t group, double delta);
+
+// Runs body(begin, end) over [0, count) cut into at most `tds` contiguous pieces.
+template <typename F>
+void run_split(Parallelizer* p, uint64_t tds, uint64_t count, F&& body) {
+    uint64_t tasks = tds < count ? tds : count;
+    if (tasks == 0) return;
+    if (p == nullptr || tasks == 1) {
+        body(uint64_t(0), count);
+        return;
+    }
+    auto task = [&](uint64_t t) { body(count * t / tasks, count * (t + 1) / tasks); };
+    p->run(tasks, task);
+}
+
+}  // namespace qmp::fft

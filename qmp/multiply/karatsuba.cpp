@@ -1,0 +1,155 @@
+// One Karatsuba step, with A = A1 X^n + A0, B = B1 X^n + B0 (X = 2^64, n = ceil(AL / 2)):
+//   A B = v0 + (v0 + vinf - s vm1) X^n + vinf X^2n,  v0 = A0 B0, vinf = A1 B1,
+//   vm1 = |A0 - A1| |B0 - B1|, s = the sign of (A0 - A1)(B0 - B1).
+// Layout while it runs (C has AL + BL words, scratch as below):
+//   C:       [ |A0-A1| (n) | |B0-B1| (n) ]  then  [ v0 (2n) | vinf (s + t) ]
+//   scratch: [ vm1 (2n) | sub-product scratch, later mid = v0 + vinf -/+ vm1 (2n + 1) ]
+// The middle term is built apart and added at C[n] in one pass, which avoids the overlapping
+// in-place update of C and costs one extra linear pass per level.
+#include "qmp/multiply/karatsuba.h"
+
+#include <algorithm>
+#include <cassert>
+#include <utility>
+
+#include "qmp/multiply/basecase.h"
+#include "qmp/numbers/words/word_array.h"
+
+namespace qmp {
+
+namespace {
+
+// D[0, n) = |X[0, n) - Y[0, m)| for n >= m; returns true when X < Y.
+bool abs_diff(uint64_t* D, const uint64_t* X, uint64_t n, const uint64_t* Y, uint64_t m) {
+    bool x_less = false;
+    if (normalized_length(X + m, n - m) == 0) x_less = cmp(X, Y, m) < 0;
+    if (x_less) {
+        sub_n(D, Y, X, m);
+        zero_words(D + m, n - m);
+    } else {
+        [[maybe_unused]] uint64_t borrow = sub(D, X, n, Y, m);
+        assert(borrow == 0);
+    }
+    return x_less;
+}
+
+// C[n, total) += mid[0, mid_words); mid's words beyond the room of C are zero.
+void add_middle(uint64_t* C, uint64_t total_words, uint64_t n, const uint64_t* mid,
+                uint64_t mid_words) {
+    const uint64_t room = total_words - n;
+    const uint64_t len = std::min(room, mid_words);
+    assert(normalized_length(mid + len, mid_words - len) == 0);
+    [[maybe_unused]] uint64_t carry = add(C + n, C + n, room, mid, len);
+    assert(carry == 0);
+}
+
+void karatsuba_mul(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B, uint64_t BL,
+                   uint64_t* scratch, const KaratsubaThresholds& th) {
+    const uint64_t n = (AL + 1) / 2, s = AL - n, t = BL - n;  // 1 <= t <= s <= n
+    const bool neg_a = abs_diff(C, A, n, A + n, s);
+    const bool neg_b = abs_diff(C + n, B, n, B + n, t);
+    uint64_t* vm1 = scratch;
+    uint64_t* rest = scratch + 2 * n;
+    bkt_mul(vm1, C, n, C + n, n, rest, th);
+    bkt_mul(C, A, n, B, n, rest, th);
+    bkt_mul(C + 2 * n, A + n, s, B + n, t, rest, th);
+
+    uint64_t* mid = rest;
+    mid[2 * n] = add(mid, C, 2 * n, C + 2 * n, s + t);
+    if (neg_a == neg_b) {
+        [[maybe_unused]] uint64_t borrow = sub(mid, mid, 2 * n + 1, vm1, 2 * n);
+        assert(borrow == 0);
+    } else {
+        [[maybe_unused]] uint64_t carry = add(mid, mid, 2 * n + 1, vm1, 2 * n);
+        assert(carry == 0);
+    }
+    add_middle(C, AL + BL, n, mid, 2 * n + 1);
+}
+
+void karatsuba_sqr(uint64_t* C, const uint64_t* A, uint64_t AL, uint64_t* scratch,
+                   const KaratsubaThresholds& th) {
+    const uint64_t n = (AL + 1) / 2, s = AL - n;
+    abs_diff(C, A, n, A + n, s);
+    uint64_t* vm1 = scratch;
+    uint64_t* rest = scratch + 2 * n;
+    bkt_sqr(vm1, C, n, rest, th);
+    bkt_sqr(C, A, n, rest, th);
+    bkt_sqr(C + 2 * n, A + n, s, rest, th);
+
+    uint64_t* mid = rest;
+    mid[2 * n] = add(mid, C, 2 * n, C + 2 * n, 2 * s);
+    [[maybe_unused]] uint64_t borrow = sub(mid, mid, 2 * n + 1, vm1, 2 * n);
+    assert(borrow == 0);
+    add_middle(C, 2 * AL, n, mid, 2 * n + 1);
+}
+
+bool takes_karatsuba_step(uint64_t AL, uint64_t BL) { return BL > (AL + 1) / 2; }
+
+}  // namespace
+
+void bkt_mul(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B, uint64_t BL,
+             uint64_t* scratch, const KaratsubaThresholds& th) {
+    if (AL < BL) {
+        std::swap(A, B);
+        std::swap(AL, BL);
+    }
+    if (BL < th.mul_min_words) {
+        mul_basecase(C, A, AL, B, BL);
+        return;
+    }
+    if (takes_karatsuba_step(AL, BL)) {
+        karatsuba_mul(C, A, AL, B, BL, scratch, th);
+        return;
+    }
+    // A is at least about twice as long as B: take A in pieces of BL words.
+    //   C[0, 2 BL) = A[0, BL) B, then for each further piece at offset o:
+    //   C[o, o + BL) already holds the top of the previous product; add the new one there.
+    bkt_mul(C, A, BL, B, BL, scratch, th);
+    uint64_t* piece = scratch;
+    uint64_t* rest = scratch + 2 * BL;
+    uint64_t o = BL;
+    while (o < AL) {
+        const uint64_t len = std::min(BL, AL - o);
+        bkt_mul(piece, A + o, len, B, BL, rest, th);
+        const uint64_t carry = add_n(C + o, C + o, piece, BL);
+        [[maybe_unused]] uint64_t top = add_1(C + o + BL, piece + BL, len, carry);
+        assert(top == 0);
+        o += len;
+    }
+}
+
+void bkt_sqr(uint64_t* C, const uint64_t* A, uint64_t AL, uint64_t* scratch,
+             const KaratsubaThresholds& th) {
+    if (AL < th.sqr_min_words) {
+        sqr_basecase(C, A, AL);
+        return;
+    }
+    karatsuba_sqr(C, A, AL, scratch, th);
+}
+
+uint64_t bkt_mul_itch(uint64_t AL, uint64_t BL, const KaratsubaThresholds& th) {
+    if (AL < BL) std::swap(AL, BL);
+    if (BL < th.mul_min_words) return 0;
+    if (takes_karatsuba_step(AL, BL)) {
+        const uint64_t n = (AL + 1) / 2, s = AL - n, t = BL - n;
+        const uint64_t sub = std::max(bkt_mul_itch(n, n, th), bkt_mul_itch(s, t, th));
+        return 2 * n + std::max(2 * n + 1, sub);
+    }
+    const uint64_t r = AL % BL;
+    uint64_t sub = bkt_mul_itch(BL, BL, th);
+    if (r != 0) sub = std::max(sub, bkt_mul_itch(BL, r, th));
+    return 2 * BL + sub;
+}
+
+uint64_t bkt_sqr_itch(uint64_t AL, const KaratsubaThresholds& th) {
+    if (AL < th.sqr_min_words) return 0;
+    const uint64_t n = (AL + 1) / 2;
+    return 2 * n + std::max(2 * n + 1, bkt_sqr_itch(n, th));
+}
+
+// Each level at most doubles two thirds of the product size plus two words (see the shape
+// rules above), so the need is below 2 P plus two words per level; 64-bit sizes have fewer
+// than 128 levels at a shrink factor of 2/3.
+uint64_t bkt_itch_bound(uint64_t product_words) { return 2 * product_words + 256; }
+
+}  // namespace qmp

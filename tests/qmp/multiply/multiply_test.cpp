@@ -1,0 +1,112 @@
+// The table entry points: products of every shape routed through a table (including pieces of
+// a long operand and a table of two entries), exact scratch sizes with guards, a buffer one
+// byte short refused before anything is written, and sizes beyond the table.
+#include "qmp/multiply/multiply.h"
+
+#include "qmp/exception.h"
+#include "qmp/multiply/algorithm_registry.h"
+#include "qmp/multiply/builtin_algorithms.h"
+#include "qmp/multiply/tuning_profile.h"
+#include "qmp/parallel/parallelizer.h"
+#include "tests/qmp/multiply/multiply_test_support.h"
+
+namespace qmp::test {
+namespace {
+
+class MultiplyEntry : public ::testing::Test {
+protected:
+    void SetUp() override { register_builtin_algorithms(registry); }
+    AlgorithmRegistry registry;
+};
+
+// Runs one product with exactly the published scratch, both guarded, against the oracle.
+void check_product(const AlgorithmTableB& table, Rng& rng, uint64_t al, uint64_t bl, Pattern pattern) {
+    SCOPED_TRACE("AL=" + std::to_string(al) + " BL=" + std::to_string(bl) + " pattern=" + std::to_string(int(pattern)));
+    auto A = make_operand(rng, al, pattern), B = make_operand(rng, bl, pattern);
+    const uint64_t bytes = multiply_scratch_bytes(table, al, bl);
+    ASSERT_EQ(bytes % 8, 0u);
+    Guarded C(al + bl), S(bytes / 8);
+    SequentialParallelizer sequential;
+    multiply(table, C.data(), A.data(), al, B.data(), bl, S.data(), bytes, &sequential, 2);
+    ASSERT_TRUE(C.guards_intact());
+    ASSERT_TRUE(S.guards_intact());
+    ASSERT_EQ(C.contents(), oracle_mul(A, B));
+}
+
+TEST_F(MultiplyEntry, ShapesThroughOneAndTwoEntryTables) {
+    SCOPED_TRACE(seed_trace());
+    Rng rng(test_seed() + 4);
+    AlgorithmTableB one(registry, {{512, "BKT", {}}});
+    AlgorithmTableB two(registry, {{96, "BKT", {}}, {3000, "BKT", {}}});
+    const std::vector<std::pair<uint64_t, uint64_t>> shapes = {
+        {1, 1}, {7, 3}, {256, 256}, {300, 200}, {2000, 1}, {2000, 40}, {5000, 41}, {1500, 250}, {1111, 700},
+    };
+    for (const AlgorithmTableB* table : {&one, &two}) {
+        for (auto [al, bl] : shapes) {
+            if (2 * bl > table->max_product_words()) continue;
+            for (Pattern pattern : {Pattern::Random, Pattern::Runs, Pattern::AllOnes}) {
+                check_product(*table, rng, al, bl, pattern);
+                check_product(*table, rng, bl, al, pattern);  // either order
+                if (HasFatalFailure()) return;
+            }
+        }
+    }
+}
+
+TEST_F(MultiplyEntry, SquaresThroughTheTable) {
+    SCOPED_TRACE(seed_trace());
+    Rng rng(test_seed() + 5);
+    AlgorithmTableB table = make_default_table(registry);
+    for (uint64_t n : {1, 2, 47, 48, 49, 333, 1024}) {
+        for (Pattern pattern : {Pattern::Random, Pattern::Runs, Pattern::AllOnes}) {
+            SCOPED_TRACE("AL=" + std::to_string(n));
+            auto A = make_operand(rng, n, pattern);
+            const uint64_t bytes = square_scratch_bytes(table, n);
+            Guarded C(2 * n), S(bytes / 8);
+            square(table, C.data(), A.data(), n, S.data(), bytes);
+            ASSERT_TRUE(C.guards_intact());
+            ASSERT_TRUE(S.guards_intact());
+            ASSERT_EQ(C.contents(), oracle_mul(A, A));
+        }
+    }
+}
+
+TEST_F(MultiplyEntry, ShortBufferIsRefusedBeforeAnyWrite) {
+    AlgorithmTableB table(registry, {{512, "BKT", {}}});
+    Rng rng(test_seed() + 6);
+    for (auto [al, bl] : std::vector<std::pair<uint64_t, uint64_t>>{{100, 100}, {3000, 50}, {10, 3}}) {
+        SCOPED_TRACE("AL=" + std::to_string(al) + " BL=" + std::to_string(bl));
+        auto A = make_operand(rng, al, Pattern::Random), B = make_operand(rng, bl, Pattern::Random);
+        const uint64_t bytes = multiply_scratch_bytes(table, al, bl);
+        Guarded C(al + bl), S(bytes / 8);
+        try {
+            multiply(table, C.data(), A.data(), al, B.data(), bl, S.data(), bytes - 1);
+            FAIL() << "no exception";
+        } catch (const BufferTooSmallException& e) {
+            EXPECT_EQ(e.function(), "check_mul()");
+            EXPECT_EQ(e.buffer_size(), bytes - 1);
+            EXPECT_EQ(e.required_size(), bytes);
+        }
+        EXPECT_THROW(check_mul(table, al, bl, bytes - 1), BufferTooSmallException);
+        EXPECT_NO_THROW(check_mul(table, al, bl, bytes));
+        // Nothing written: output and scratch hold only the garbage they were filled with.
+        for (uint64_t w : C.contents()) ASSERT_EQ(w, Guarded::garbage);
+        for (uint64_t w : S.contents()) ASSERT_EQ(w, Guarded::garbage);
+    }
+    const uint64_t sq = square_scratch_bytes(table, 200);
+    Guarded C(400), S(sq / 8);
+    auto A = make_operand(rng, 200, Pattern::Random);
+    EXPECT_THROW(square(table, C.data(), A.data(), 200, S.data(), sq - 1), BufferTooSmallException);
+    for (uint64_t w : C.contents()) ASSERT_EQ(w, Guarded::garbage);
+}
+
+TEST_F(MultiplyEntry, BalancedProductBeyondTheTableThrows) {
+    AlgorithmTableB table(registry, {{512, "BKT", {}}});
+    EXPECT_THROW(multiply_scratch_bytes(table, 300, 300), LimitExceededException);
+    EXPECT_THROW(square_scratch_bytes(table, 257), LimitExceededException);
+    // A long operand against a short one stays inside the table by pieces.
+    EXPECT_NO_THROW(multiply_scratch_bytes(table, 100000, 200));
+}
+
+}  // namespace
+}  // namespace qmp::test
