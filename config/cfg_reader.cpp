@@ -1,6 +1,7 @@
 // The .cfg reader: one value (normally an Object) from text, in a single forward pass with one
 // byte of look-ahead for "//". Elements and members are separated only by whitespace and
-// comments; keys are bare identifiers. Whatever follows the first complete value is ignored.
+// comments; keys are bare identifiers, each at most once per object (a repeat is refused, not
+// merged or overwritten). Whatever follows the first complete value is ignored.
 // Errors: qmp::ParseException "Line N: <message>", qmp::EndOfStreamException when the text ends
 // inside a value. No partial tree escapes: the tree is built on the stack and returned whole.
 #include "config/config_object.h"

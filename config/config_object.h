@@ -115,15 +115,20 @@ private:
 };
 
 // ---- Text.
-// The .cfg syntax; parse errors throw qmp::ParseException "Line N: <message>", the text ending
-// inside a value throws qmp::EndOfStreamException. Only the first value is read.
+// The .cfg syntax; parse errors throw qmp::ParseException "Line N: <message>" under
+// "ConfigObject::parse_cfg()", the text ending inside a value throws qmp::EndOfStreamException.
+// Only the first value is read. A key repeated within one object is refused with "Duplicate
+// key in object." (as in JSON); containers nested over 1000 deep with "Nesting is too deep.".
 ConfigObject parse_cfg(std::string_view text);
-// JSON (integers only).
+// JSON (integers only, no comments), under "ConfigObject::parse_json()".
 ConfigObject parse_json(std::string_view text);
 // Reads a file by its extension: ".cfg" or ".json"; no extension means ".cfg" appended; any
-// other extension throws "Extension must be .cfg or .json.".
+// other extension throws "Extension must be .cfg or .json.". A file that cannot be opened or
+// read throws qmp::FileIO::FileException with the path and the system's reason.
 ConfigObject parse_using_extension(const std::string& path);
-// The .cfg writer: 4 spaces per level, "\r\n" line ends.
+// The .cfg writer: 4 spaces per level, "\r\n" line ends. Throws
+// qmp::InvalidParametersException for a key that is not a bare .cfg identifier (possible only
+// for trees read from JSON).
 std::string write_cfg(const ConfigObject& node, bool with_comments);
 std::string write_json(const ConfigObject& node);
 

@@ -2,8 +2,9 @@
 // line counter from 0 (printed +1 in messages), and the scalar forms both syntaxes share
 // (null, booleans, integers, strings). The end of the text plays the part of a terminating
 // NUL: running into it inside a value throws qmp::EndOfStreamException; every syntax error
-// throws qmp::ParseException "Line N: <message>". A NUL byte inside the text is an ordinary
-// byte (it can only be valid inside a string), so any byte string round-trips through a String.
+// throws qmp::ParseException "Line N: <message>". A number or bare word that runs into the end
+// counts as cut short too: nothing shows that "12" or "tru" is complete. A NUL byte inside the
+// text is an ordinary byte (valid only inside a string), so any byte string round-trips.
 // Internal to config/.
 #pragma once
 

@@ -6,6 +6,10 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <set>
+#include <utility>
+
 namespace qmp {
 
 uint32_t logical_core_count() {
@@ -17,6 +21,23 @@ uint32_t logical_core_count() {
     }
     const long online = sysconf(_SC_NPROCESSORS_ONLN);
     return online > 0 ? static_cast<uint32_t>(online) : 1;
+}
+
+uint32_t physical_core_count() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) return logical_core_count();
+    std::set<std::pair<long, long>> cores;  // (package, core id)
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (!CPU_ISSET(cpu, &set)) continue;
+        const std::string dir = "/sys/devices/system/cpu/cpu" + std::to_string(cpu) + "/topology/";
+        long package = -1, core = -1;
+        std::ifstream(dir + "physical_package_id") >> package;
+        std::ifstream(dir + "core_id") >> core;
+        if (package < 0 || core < 0) return logical_core_count();
+        cores.emplace(package, core);
+    }
+    return cores.empty() ? logical_core_count() : static_cast<uint32_t>(cores.size());
 }
 
 uint32_t configured_core_count() {

@@ -16,6 +16,9 @@ namespace qmp {
 
 // Processors the process is allowed to run on (its affinity mask); at least 1.
 uint32_t logical_core_count();
+// Physical cores among the processors the process may use (SMT siblings counted once), from
+// the per-processor topology files; falls back to logical_core_count() where those are missing.
+uint32_t physical_core_count();
 // Processors the machine has configured, online or not: the bound for valid core numbers.
 uint32_t configured_core_count();
 

@@ -1,6 +1,7 @@
 // Reading and writing the parallel settings of a computation.
 #include "qmp/parallel/parallel_settings.h"
 
+#include "qmp/console.h"
 #include "qmp/parallel/core_selector.h"
 
 #include <algorithm>
@@ -9,6 +10,21 @@ namespace qmp {
 
 uint32_t default_task_decomposition() {
     return std::min<uint32_t>(2 * logical_core_count(), kMaxTaskDecomposition);
+}
+
+bool prompt_task_decomposition(uint32_t& tds) {
+    const std::string prompt = "Please choose a number between 1 and " + std::to_string(kMaxTaskDecomposition) + ": ";
+    for (;;) {
+        Console::print(prompt, Console::Colour::Prompt);
+        std::string line;
+        if (!Console::read_line(line)) return false;
+        if (line.empty() || line.size() > 5 || line.find_first_not_of("0123456789") != std::string::npos) continue;
+        const uint32_t value = static_cast<uint32_t>(std::stoul(line));
+        if (value >= 1 && value <= kMaxTaskDecomposition) {
+            tds = value;
+            return true;
+        }
+    }
 }
 
 ParallelSettings ParallelSettings::defaults() {

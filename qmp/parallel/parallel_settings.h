@@ -26,6 +26,10 @@ inline constexpr uint32_t kMaxTaskDecomposition = 16384;
 // count ("no SMT").
 uint32_t default_task_decomposition();
 
+// Asks "Please choose a number between 1 and 16384: " until the reply is a number in range;
+// false at the end of input (tds unchanged).
+bool prompt_task_decomposition(uint32_t& tds);
+
 struct ParallelSettings {
     uint32_t task_decomposition = 1;
     ConfigObject framework;  // {"Framework": key, options...}

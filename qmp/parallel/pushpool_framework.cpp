@@ -1,6 +1,7 @@
 // Push pool: per-worker task slots, idle list, fatal worker exceptions.
 #include "qmp/parallel/pushpool_framework.h"
 
+#include "qmp/console.h"
 #include "qmp/parallel/core_selector.h"
 #include "qmp/parallel/fatal_error.h"
 #include "qmp/parallel/first_error.h"
@@ -133,24 +134,27 @@ void PushPoolFramework::run_in_parallel(uint64_t task_count, TaskFunction task) 
         return;
     }
     Job job(task_count, task);
-    // Claim idle workers; reused per thread so that a run does not allocate.
+    // The workers this run claims, kept on a per-thread stack: tasks may start nested runs on
+    // this thread, which push and pop their own entries above ours. Reused, so runs do not
+    // allocate once it has grown.
     thread_local std::vector<Worker*> claimed;
-    claimed.clear();
+    const size_t base = claimed.size();
     {
         std::lock_guard<std::mutex> lock(idle_mutex_);
-        while (!idle_.empty() && claimed.size() + 1 < task_count) {
+        while (!idle_.empty() && claimed.size() - base + 1 < task_count) {
             size_t pick = idle_.size() - 1;
             if (options_.randomization) {
                 pick = static_cast<size_t>(next_random() % idle_.size());
                 std::swap(idle_[pick], idle_.back());
-                pick = idle_.size() - 1;
             }
-            claimed.push_back(workers_[idle_[pick]].get());
+            claimed.push_back(workers_[idle_.back()].get());
             idle_.pop_back();
         }
     }
-    job.pending = static_cast<uint32_t>(claimed.size());
-    for (Worker* w : claimed) {
+    const size_t end = claimed.size();
+    job.pending = static_cast<uint32_t>(end - base);
+    for (size_t k = base; k < end; ++k) {
+        Worker* w = claimed[k];
         {
             std::lock_guard<std::mutex> lock(w->mutex);
             w->job = &job;
@@ -166,15 +170,37 @@ void PushPoolFramework::run_in_parallel(uint64_t task_count, TaskFunction task) 
             job.error.record(std::current_exception());
         }
     }
+    // Take back pushes that no worker has picked up yet: the caller ran out of indices, so those
+    // workers would only wake to find nothing left. This spares the wake-up latency of runs
+    // whose tasks are short enough for the caller to finish alone.
+    uint32_t revoked = 0;
+    for (size_t k = base; k < end; ++k) {
+        Worker* w = claimed[k];
+        bool taken_back = false;
+        {
+            std::lock_guard<std::mutex> lock(w->mutex);
+            if (w->job == &job) {
+                w->job = nullptr;
+                taken_back = true;
+            }
+        }
+        if (taken_back) {
+            ++revoked;
+            std::lock_guard<std::mutex> lock(idle_mutex_);
+            idle_.push_back(w->index);
+        }
+    }
+    claimed.resize(base);
     {
         std::unique_lock<std::mutex> lock(job.mutex);
+        job.pending -= revoked;
         job.done.wait(lock, [&] { return job.pending == 0; });
     }
     job.error.rethrow_if_any();
 }
 
 std::string PushPoolFramework::description() const {
-    std::string text = "Push Pool  (" + std::to_string(workers_.size()) + " threads";
+    std::string text = "Push Pool  (" + std::to_string(workers_.size()) + (workers_.size() == 1 ? " thread" : " threads");
     if (!options_.cores.empty()) text += ", pinned";
     if (options_.randomization) text += ", randomized";
     return text + ")";
@@ -228,6 +254,15 @@ bool parse_worker_threads(const std::string& text, uint32_t& threads) {
     if (value > 65535) return false;
     threads = value;
     return true;
+}
+
+bool prompt_worker_threads(uint32_t& threads) {
+    for (;;) {
+        Console::print("Threads (0 for unlimited threads): ", Console::Colour::Prompt);
+        std::string line;
+        if (!Console::read_line(line)) return false;
+        if (parse_worker_threads(line, threads)) return true;
+    }
 }
 
 std::string worker_threads_text(uint32_t threads) { return threads == 0 ? "Unlimited" : std::to_string(threads); }

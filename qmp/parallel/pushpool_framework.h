@@ -65,6 +65,9 @@ private:
 // Parses the reply to the prompt "Threads (0 for unlimited threads): "; false when the text is
 // not a whole number from 0 to 65535.
 bool parse_worker_threads(const std::string& text, uint32_t& threads);
+// Asks "Threads (0 for unlimited threads): " until the reply parses; false at the end of input
+// (threads unchanged).
+bool prompt_worker_threads(uint32_t& threads);
 // "Unlimited" for 0, else the number.
 std::string worker_threads_text(uint32_t threads);
 

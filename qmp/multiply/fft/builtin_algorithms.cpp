@@ -4,11 +4,13 @@
 
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/bkt_algorithm.h"
+#include "qmp/multiply/fft/fftv4.h"
 
 namespace qmp {
 
 void register_builtin_algorithms(AlgorithmRegistry& registry) {
     register_bkt(registry);
+    register_fftv4(registry);
 }
 
 }  // namespace qmp

@@ -5,7 +5,10 @@
 //               block index i, across the w sub-transforms; inverse also scales by 1/n.
 //   *_vertical: 2^levels blocks at a pitch, the levels whose halves are whole blocks; twiddle of
 //               relative depth D, group g is tw[2^(depth0+D) + node*2^D + g] (StraightTable).
-//   *_inblock:  the three levels inside each block, twiddles from InterleavedTable records.
+//   *_inblock:  the three levels inside each block, twiddles from InterleavedTable records;
+//               the _factored forms take each record as sigma[b] * rho lane by lane (rows of a
+//               four-step grid: a shared 128-record table times one record per row), so rows do
+//               not stream a table as large as the data.
 // Kernels never allocate and never throw; pointers are 128-byte aligned blocks.
 #pragma once
 
@@ -47,6 +50,8 @@ struct KernelSet {
                          uint64_t node);
     void (*dif_inblock)(Block* blocks, uint64_t count, const Block* records);
     void (*dit_inblock)(Block* blocks, uint64_t count, const Block* records);
+    void (*dif_inblock_factored)(Block* blocks, uint64_t count, const Block* sigma, const Block* rho);
+    void (*dit_inblock_factored)(Block* blocks, uint64_t count, const Block* sigma, const Block* rho);
     void (*multiply)(Block* a, const Block* b, uint64_t count);
     void (*square)(Block* a, uint64_t count);
 };

@@ -165,6 +165,32 @@ struct Kernels {
         for (uint64_t b = 0; b < count; ++b) T::inblock_inverse(blocks[b], records[b]);
     }
 
+    static inline void factored_record(Block& out, const Block& sigma, const Block& rho) {
+        for (int v = 0; v < NV; ++v) {
+            const int o = v * T::W;
+            V r = T::ld(sigma.re + o), i = T::ld(sigma.im + o);
+            cmul(r, i, T::ld(rho.re + o), T::ld(rho.im + o));
+            T::st(out.re + o, r);
+            T::st(out.im + o, i);
+        }
+    }
+    static void dif_inblock_factored(Block* blocks, uint64_t count, const Block* sigma,
+                                     const Block* rho) {
+        for (uint64_t b = 0; b < count; ++b) {
+            Block rec;
+            factored_record(rec, sigma[b], *rho);
+            T::inblock_forward(blocks[b], rec);
+        }
+    }
+    static void dit_inblock_factored(Block* blocks, uint64_t count, const Block* sigma,
+                                     const Block* rho) {
+        for (uint64_t b = 0; b < count; ++b) {
+            Block rec;
+            factored_record(rec, sigma[b], *rho);
+            T::inblock_inverse(blocks[b], rec);
+        }
+    }
+
     static void multiply(Block* a, const Block* b, uint64_t count) {
         for (uint64_t k = 0; k < count; ++k) {
             for (int v = 0; v < NV; ++v) {
@@ -189,12 +215,31 @@ struct Kernels {
     }
 
     // ---- Reduction levels, one W-wide slice of one block index at a time. ----
+    static constexpr uint64_t kPrefetchAhead = 8;
+    static inline void prefetch_block(const Block* b, int for_write) {
+        const char* p = reinterpret_cast<const char*>(b);
+        if (for_write) {
+            __builtin_prefetch(p, 1);
+            __builtin_prefetch(p + 64, 1);
+        } else {
+            __builtin_prefetch(p, 0);
+            __builtin_prefetch(p + 64, 0);
+        }
+    }
     static void reduce_forward(const ReductionConstants& rc, const Block* in, Block* work,
                                uint64_t i0, uint64_t count, uint64_t step) {
         const int w = rc.w;
         for (uint64_t c = 0; c < count; ++c) {
             const uint64_t i = i0 + c * step;
             const uint64_t pi = padded_block(i);
+            if (step > 1 && c + kPrefetchAhead < count) {
+                // Strided walks (columns) defeat the hardware prefetchers: fetch ahead by hand.
+                const uint64_t ia = i + kPrefetchAhead * step;
+                for (int j = 0; j < w; ++j) {
+                    prefetch_block(in + j * rc.sub_blocks + ia, 0);
+                    prefetch_block(work + j * rc.sub_pitch + padded_block(ia), 1);
+                }
+            }
             for (int v = 0; v < NV; ++v) {
                 const int o = v * T::W;
                 V xr[7], xi[7];
@@ -223,6 +268,10 @@ struct Kernels {
         for (uint64_t c = 0; c < count; ++c) {
             const uint64_t i = i0 + c * step;
             const uint64_t pi = padded_block(i);
+            if (step > 1 && c + kPrefetchAhead < count) {
+                const uint64_t ia = i + kPrefetchAhead * step;
+                for (int j = 0; j < w; ++j) prefetch_block(out + j * rc.sub_blocks + ia, 1);
+            }
             for (int v = 0; v < NV; ++v) {
                 const int o = v * T::W;
                 V xr[7], xi[7];
@@ -338,8 +387,9 @@ struct Kernels {
     }
 
     static KernelSet make(const char* name) {
-        return KernelSet{name,         &reduce_forward, &reduce_inverse, &dif_vertical,
-                         &dit_vertical, &dif_inblock,   &dit_inblock,    &multiply,
-                         &square};
+        return KernelSet{name,        &reduce_forward,       &reduce_inverse,
+                         &dif_vertical, &dit_vertical,        &dif_inblock,
+                         &dit_inblock, &dif_inblock_factored, &dit_inblock_factored,
+                         &multiply,    &square};
     }
 };

@@ -107,9 +107,17 @@ namespace qmp::fft {
 // reports AVX-512, so no AVX-512 instruction runs on other machines.
 const KernelSet& avx512_kernels() {
     using K = Kernels<Avx512Traits>;
-    static const KernelSet set{"avx512",         &K::reduce_forward, &K::reduce_inverse,
-                               &K::dif_vertical, &K::dit_vertical,   &K::dif_inblock,
-                               &K::dit_inblock,  &K::multiply,       &K::square};
+    static const KernelSet set{"avx512",
+                               &K::reduce_forward,
+                               &K::reduce_inverse,
+                               &K::dif_vertical,
+                               &K::dit_vertical,
+                               &K::dif_inblock,
+                               &K::dit_inblock,
+                               &K::dif_inblock_factored,
+                               &K::dit_inblock_factored,
+                               &K::multiply,
+                               &K::square};
     return set;
 }
 

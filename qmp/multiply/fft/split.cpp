@@ -50,46 +50,106 @@ struct DigitContext {
     uint64_t n;
 };
 
+template <DigitMode kMode>
+inline uint64_t next_carry(uint64_t u, uint32_t threshold, int bits) {
+    if constexpr (kMode == DigitMode::Unsigned) return 0;
+    if constexpr (kMode == DigitMode::Balanced) return u >= (uint64_t(1) << (bits - 1));
+    return threshold < u;
+}
+
 // One digit step: returns the carry out and writes the signed digit.
+template <DigitMode kMode>
 inline uint64_t step(const DigitContext& c, uint64_t t, uint64_t carry, int64_t& digit) {
     const uint64_t mask = (uint64_t(1) << c.bits) - 1;
     const uint64_t u = raw_digit(c.A, c.AL, t, c.bits, mask) + carry;
-    uint64_t carry_out = 0;
-    switch (c.mode) {
-        case DigitMode::Unsigned: break;
-        case DigitMode::Balanced: carry_out = u >= (uint64_t(1) << (c.bits - 1)); break;
-        case DigitMode::Dithered: carry_out = dither_threshold(c.seed, t, c.bits) < u; break;
-    }
+    const uint32_t r = kMode == DigitMode::Dithered ? dither_threshold(c.seed, t, c.bits) : 0;
+    const uint64_t carry_out = next_carry<kMode>(u, r, c.bits);
     digit = static_cast<int64_t>(u) - static_cast<int64_t>(carry_out << c.bits);
     return carry_out;
 }
 
 // Digits [t0, t1) with carry-in 0; returns the carry out. [t0, t1) lies on one side of n.
+// Groups of 64 digits: the thresholds and raw fields are formed first (independent, so they
+// vectorise and pipeline), then the short carry chain runs over them.
+template <DigitMode kMode>
 uint64_t run_chunk(const DigitContext& c, uint64_t t0, uint64_t t1) {
-    uint64_t carry = 0;
+    constexpr uint64_t G = 64;
+    const int bits = c.bits;
+    const uint64_t mask = (uint64_t(1) << bits) - 1;
     const uint64_t side_offset = t0 < c.n ? 0 : c.n;
     double* side = c.out + (t0 < c.n ? 0 : 8);
-    for (uint64_t t = t0; t < t1; ++t) {
-        int64_t d;
-        carry = step(c, t, carry, d);
-        const uint64_t j = t - side_offset;
-        side[(j >> 3) * 16 + (j & 7)] = static_cast<double>(d);
+    const uint32_t seed = static_cast<uint32_t>(c.seed);
+    uint64_t carry = 0;
+    uint32_t r[G] = {};
+    uint64_t raw[G];
+    for (uint64_t t = t0; t < t1; t += G) {
+        const uint64_t g = std::min(G, t1 - t);
+        if constexpr (kMode == DigitMode::Dithered) {
+            for (uint64_t i = 0; i < G; ++i) {
+                const uint64_t ti = t + i;
+                uint32_t h = static_cast<uint32_t>(ti) * 0x9e3779b1u ^ static_cast<uint32_t>(ti >> 32) * 0x85ebca77u ^ seed;
+                h ^= h >> 16;
+                h *= 0x85ebca6bu;
+                h ^= h >> 13;
+                h *= 0xc2b2ae35u;
+                h ^= h >> 16;
+                r[i] = h >> (32 - bits);
+            }
+        }
+        const uint64_t last_word = ((t + g) * bits + 63) / 64;
+        if (last_word + 1 < c.AL) {
+            // Every field and the word above it exist: no bounds checks.
+            uint64_t bit = t * bits;
+            for (uint64_t i = 0; i < g; ++i, bit += bits) {
+                const uint64_t w = bit >> 6;
+                const unsigned sh = static_cast<unsigned>(bit & 63);
+                raw[i] = ((c.A[w] >> sh) | ((c.A[w + 1] << 1) << (63 - sh))) & mask;
+            }
+        } else {
+            for (uint64_t i = 0; i < g; ++i) raw[i] = raw_digit(c.A, c.AL, t + i, bits, mask);
+        }
+        double* out = side + ((t - side_offset) >> 3) * 16;
+        for (uint64_t i = 0; i < g; ++i) {
+            const uint64_t u = raw[i] + carry;
+            carry = next_carry<kMode>(u, r[i], bits);
+            const int64_t d = static_cast<int64_t>(u) - static_cast<int64_t>(carry << bits);
+            out[(i >> 3) * 16 + (i & 7)] = static_cast<double>(d);
+        }
     }
     return carry;
 }
 
 // Re-runs [t0, t1) with carry-in 1 beside the carry-0 chain until they agree; returns the true
 // carry out of the range.
+template <DigitMode kMode>
 uint64_t fix_chunk(const DigitContext& c, uint64_t t0, uint64_t t1, uint64_t old_carry_out) {
     uint64_t carry_new = 1, carry_old = 0;
     for (uint64_t t = t0; t < t1; ++t) {
         int64_t d_new, d_old;
-        carry_new = step(c, t, carry_new, d_new);
-        carry_old = step(c, t, carry_old, d_old);
+        carry_new = step<kMode>(c, t, carry_new, d_new);
+        carry_old = step<kMode>(c, t, carry_old, d_old);
         c.out[slot_of(t, c.n)] = static_cast<double>(d_new);
         if (carry_new == carry_old) return old_carry_out;
     }
     return carry_new;
+}
+
+uint64_t run_chunk_any(const DigitContext& c, uint64_t t0, uint64_t t1) {
+    switch (c.mode) {
+        case DigitMode::Unsigned: return run_chunk<DigitMode::Unsigned>(c, t0, t1);
+        case DigitMode::Balanced: return run_chunk<DigitMode::Balanced>(c, t0, t1);
+        case DigitMode::Dithered: break;
+    }
+    return run_chunk<DigitMode::Dithered>(c, t0, t1);
+}
+
+uint64_t fix_chunk_any(const DigitContext& c, uint64_t t0, uint64_t t1, uint64_t old_carry_out) {
+    switch (c.mode) {
+        case DigitMode::Unsigned: return fix_chunk<DigitMode::Unsigned>(c, t0, t1, old_carry_out);
+        case DigitMode::Balanced: return fix_chunk<DigitMode::Balanced>(c, t0, t1, old_carry_out);
+        case DigitMode::Dithered: break;
+    }
+    return fix_chunk<DigitMode::Dithered>(c, t0, t1, old_carry_out);
 }
 
 }  // namespace
@@ -108,6 +168,7 @@ void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block
     // Digit ranges: about 2 per task, at least kMinChunkDigits each, cut at n as well.
     uint64_t chunk = std::max<uint64_t>(kMinChunkDigits, (digits + 2 * tds - 1) / std::max<uint64_t>(1, 2 * tds));
     chunk = std::max<uint64_t>(chunk, (digits + kMaxChunks - 2) / (kMaxChunks - 1));
+    chunk = (chunk + 63) & ~uint64_t(63);  // groups of 64 digits start on whole blocks
     uint64_t begin[kMaxChunks + 2], end[kMaxChunks + 2], carry[kMaxChunks + 2];
     uint64_t chunks = 0;
     for (uint64_t t = 0; t < digits;) {
@@ -125,7 +186,7 @@ void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block
     double* out = context.out;
     auto task = [&](uint64_t i) {
         if (i < chunks) {
-            carry[i] = run_chunk(context, begin[i], end[i]);
+            carry[i] = run_chunk_any(context, begin[i], end[i]);
             return;
         }
         // Zero the unused digit slots, one side per task.
@@ -143,7 +204,7 @@ void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block
     // Resolve the carries between ranges in order.
     uint64_t carry_in = 0;
     for (uint64_t i = 0; i < chunks; ++i) {
-        carry_in = carry_in ? fix_chunk(context, begin[i], end[i], carry[i]) : carry[i];
+        carry_in = carry_in ? fix_chunk_any(context, begin[i], end[i], carry[i]) : carry[i];
     }
     // The carry out of the top digit becomes one more (plain) digit.
     out[slot_of(digits, n)] = static_cast<double>(carry_in);

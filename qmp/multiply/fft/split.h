@@ -27,13 +27,18 @@ inline uint64_t split_digit_count(uint64_t n_words, int bits) {
     return (n_words * 64 + bits - 1) / bits;
 }
 
-// The b-bit dither threshold of digit t (counter-based, so any task can compute it).
-inline uint64_t dither_threshold(uint64_t seed, uint64_t t, int bits) {
-    uint64_t z = seed + (t + 1) * 0x9e3779b97f4a7c15ull;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-    z ^= z >> 31;
-    return z >> (64 - bits);
+// The b-bit dither threshold of digit t: a counter-based hash (a multiplicative spread of t and
+// the seed, then the murmur3 32-bit finalizer, which avalanches every input bit), so any task
+// can compute it and 32-bit vector multiplies can batch it.
+inline uint32_t dither_threshold(uint64_t seed, uint64_t t, int bits) {
+    uint32_t h = static_cast<uint32_t>(t) * 0x9e3779b1u ^ static_cast<uint32_t>(t >> 32) * 0x85ebca77u ^
+                 static_cast<uint32_t>(seed);
+    h ^= h >> 16;
+    h *= 0x85ebca6bu;
+    h ^= h >> 13;
+    h *= 0xc2b2ae35u;
+    h ^= h >> 16;
+    return h >> (32 - bits);
 }
 
 // Writes the points of A as described above. Throws InvalidParametersException when the digits

@@ -61,11 +61,33 @@ TransformEngine::TransformEngine(int m, int k) : m_(m), k_(k) {
         }
     }
     straight_.reserve(w_);
-    interleaved_.reserve(w_);
+    for (int j = 0; j < w_; ++j) straight_.emplace_back(sub_root(m, d_, j), log_b_);
+    if (!four_step()) {
+        interleaved_.reserve(w_);
+        for (int j = 0; j < w_; ++j) interleaved_.emplace_back(sub_root(m, d_, j), log_b_);
+        return;
+    }
+    // In-block twiddle of block b = r*128 + c at in-block level e, group g (depth log_b_ + e):
+    //   s = exp(2 pi i (p + q bitrev(r)) / (q 2^(log_b_+e+1)))      rho: per row and level
+    //     * exp(2 pi i (bitrev_7(c) + 128 bitrev_e(g)) / 2^(8+e))     sigma: s(7+e, c 2^e + g)
+    //                                                                  of the root exp(0).
+    // One rounding more than a full table (~1 ulp), for 1/128 of its memory traffic.
+    sigma_.emplace_back(RootFraction{0, 1}, kRowBlockLevels);
+    const uint64_t rows = uint64_t(1) << log_r_;
+    rho_.resize(uint64_t(w_) * rows);
     for (int j = 0; j < w_; ++j) {
         const RootFraction root = sub_root(m, d_, j);
-        straight_.emplace_back(root, log_b_);
-        interleaved_.emplace_back(root, log_b_);
+        for (uint64_t r = 0; r < rows; ++r) {
+            Block& rec = rho_[j * rows + r];
+            const uint64_t num = root.p + root.q * bit_reverse(r, log_r_);
+            const int lanes_of_level[8] = {0, 1, 1, 2, 2, 2, 2, -1};
+            for (int l = 0; l < 8; ++l) {
+                const int e = lanes_of_level[l];
+                const Cplx v = e < 0 ? Cplx{0.0, 0.0} : unit_root_rounded(num, root.q << (log_b_ + e + 1));
+                rec.re[l] = v.re;
+                rec.im[l] = v.im;
+            }
+        }
     }
 }
 
@@ -111,7 +133,7 @@ void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uin
             const uint64_t j = t >> log_r_, r = t & (rows - 1);
             Block* row = work + j * pitch_ + r * (kRowBlocks + 1);
             ks.dif_vertical(row, 1, kRowBlockLevels, straight_[j].data(), log_r_, r);
-            ks.dif_inblock(row, kRowBlocks, interleaved_[j].records() + r * kRowBlocks);
+            ks.dif_inblock_factored(row, kRowBlocks, sigma_[0].records(), &rho_[t]);
         }
     });
 }
@@ -136,7 +158,7 @@ void TransformEngine::inverse(Block* work, Block* out, Parallelizer* p, uint64_t
         for (uint64_t t = b; t < e; ++t) {
             const uint64_t j = t >> log_r_, r = t & (rows - 1);
             Block* row = work + j * pitch_ + r * (kRowBlocks + 1);
-            ks.dit_inblock(row, kRowBlocks, interleaved_[j].records() + r * kRowBlocks);
+            ks.dit_inblock_factored(row, kRowBlocks, sigma_[0].records(), &rho_[t]);
             ks.dit_vertical(row, 1, kRowBlockLevels, straight_[j].data(), log_r_, r);
         }
     });
@@ -160,8 +182,15 @@ void TransformEngine::square(Block* a, Parallelizer* p, uint64_t tds) const {
 }
 
 void TransformEngine::perturb_twiddle(int sub, int depth, uint64_t group, double delta) {
-    if (depth < log_b_) straight_[sub].perturb(depth, group, delta);
-    else interleaved_[sub].perturb(depth, group, delta);
+    if (depth < log_b_) {
+        straight_[sub].perturb(depth, group, delta);
+    } else if (!four_step()) {
+        interleaved_[sub].perturb(depth, group, delta);
+    } else {
+        const int e = depth - log_b_;
+        const uint64_t row = (group >> e) >> kRowBlockLevels;
+        rho_[(uint64_t(sub) << log_r_) + row].re[e == 0 ? 0 : e == 1 ? 1 : 3] += delta;
+    }
 }
 
 }  // namespace qmp::fft

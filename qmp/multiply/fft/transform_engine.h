@@ -37,10 +37,9 @@ public:
     void multiply(Block* a, const Block* b, Parallelizer* p, uint64_t tds) const;
     void square(Block* a, Parallelizer* p, uint64_t tds) const;
 
-    const StraightTable& straight_table(int sub) const { return straight_[sub]; }
-    const InterleavedTable& interleaved_table(int sub) const { return interleaved_[sub]; }
     // Test seam: perturbs one twiddle of sub-transform `sub` at depth `depth` (straight levels
-    // below log2(B), in-block levels above). Only for engines owned by the caller.
+    // below log2(B), in-block levels above; in a four-step grid an in-block fault lands on the
+    // row factor of the row holding that group). Only for engines owned by the caller.
     void perturb_twiddle(int sub, int depth, uint64_t group, double delta);
 
 private:
@@ -52,7 +51,12 @@ private:
     uint64_t blocks_, pitch_;    // B and the padded pitch
     ReductionConstants rc_;
     std::vector<StraightTable> straight_;
+    // Single sweep: full in-block records per sub-transform. Four-step: in-block records are
+    // sigma_[c] * rho_[row] with sigma_ the 128 records of a plain cyclic table and one rho
+    // record per (sub-transform, row), lanes {r0, r1, r1, r2, r2, r2, r2, 0}.
     std::vector<InterleavedTable> interleaved_;
+    std::vector<InterleavedTable> sigma_;
+    std::vector<Block> rho_;
 };
 
 // Test seam: a private transform (not in the shared cache) whose twiddle s(depth, group) of

@@ -3,6 +3,7 @@
 // form), and the validation of task decomposition, framework options and core lists.
 #include "qmp/parallel/parallel_settings.h"
 
+#include "qmp/console.h"
 #include "qmp/exception.h"
 #include "qmp/parallel/core_selector.h"
 #include "qmp/parallel/cppasync_framework.h"
@@ -10,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -88,7 +91,7 @@ TEST(FrameworkSettings, DescriptionsAndMenuLines) {
     EXPECT_EQ(lines[1].value, "Unlimited");
     EXPECT_EQ(lines[2].label, "    Thread Randomization:");
     EXPECT_EQ(lines[2].value, "Enabled");
-    EXPECT_EQ(pool.description(), "Push Pool  (1 threads, pinned, randomized)");
+    EXPECT_EQ(pool.description(), "Push Pool  (1 thread, pinned, randomized)");
 
     EXPECT_EQ(qmp::worker_threads_text(0), "Unlimited");
     EXPECT_EQ(qmp::worker_threads_text(12), "12");
@@ -185,6 +188,51 @@ TEST(ParallelSettings, DefaultsRoundTripAndErrors) {
     ConfigObject unknown = s.to_config();
     unknown.get("Framework", "test") = framework_object("fibers");
     expect_invalid([&] { qmp::ParallelSettings::load_config(unknown); }, "Invalid Parallel Framework: fibers");
+}
+
+}  // namespace
+
+namespace {
+
+// Feeds `input` to standard input for the duration of `f` and returns what it printed.
+template <typename F>
+std::string with_input(const std::string& input, F&& f) {
+    qmp::Console::set_colours_enabled(false);
+    std::istringstream in(input);
+    std::streambuf* saved = std::cin.rdbuf(in.rdbuf());
+    testing::internal::CaptureStdout();
+    f();
+    std::cin.rdbuf(saved);
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(SettingsPrompts, RepeatUntilValidAndStopAtEndOfInput) {
+    uint32_t threads = 7;
+    bool ok = false;
+    std::string out = with_input("x\n70000\n12\n", [&] { ok = qmp::prompt_worker_threads(threads); });
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(threads, 12u);
+    EXPECT_EQ(out, "Threads (0 for unlimited threads): Threads (0 for unlimited threads): "
+                   "Threads (0 for unlimited threads): ");
+    out = with_input("oops\n", [&] { ok = qmp::prompt_worker_threads(threads); });
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(threads, 12u);
+
+    uint32_t tds = 3;
+    out = with_input("0\n16385\n64\n", [&] { ok = qmp::prompt_task_decomposition(tds); });
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(tds, 64u);
+    EXPECT_EQ(out.find("Please choose a number between 1 and 16384: "), 0u);
+    out = with_input("", [&] { ok = qmp::prompt_task_decomposition(tds); });
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(tds, 64u);
+}
+
+TEST(CoreCounts, ConsistentWithEachOther) {
+    const uint32_t logical = qmp::logical_core_count(), physical = qmp::physical_core_count();
+    EXPECT_GE(physical, 1u);
+    EXPECT_LE(physical, logical);
+    EXPECT_LE(logical, qmp::configured_core_count());
 }
 
 }  // namespace

@@ -1,0 +1,115 @@
+// Timing of FFTv4 products and squares of N-word operands, in the peer timing tool's format
+// ("words=N mul_s=T sqr_s=T": seconds per operation, best of 3 rounds of >= 50 ms each), plus
+// the transform chosen and the scratch bytes the algorithm asks for, and a per-phase split of
+// one product (split, forward, pointwise, inverse, release) with --phases.
+//   fft_mulbench WORDS [THREADS] [--phases]
+// THREADS > 1 runs through the push-pool framework with tds = THREADS.
+#include "qmp/multiply/fft/fftv4.h"
+
+#include "qmp/cpu_features.h"
+#include "qmp/exception.h"
+#include "qmp/multiply/fft/release.h"
+#include "qmp/multiply/fft/split.h"
+#include "qmp/parallel/pushpool_framework.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+double now_seconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+template <typename F>
+double time_best(F&& f, int rounds = 3, double min_round_s = 0.05) {
+    double best = 1e30;
+    for (int r = 0; r < rounds; ++r) {
+        long k = 0;
+        const double t0 = now_seconds();
+        double t1;
+        do {
+            f();
+            ++k;
+            t1 = now_seconds();
+        } while (t1 - t0 < min_round_s);
+        best = std::min(best, (t1 - t0) / k);
+    }
+    return best;
+}
+
+uint64_t splitmix(uint64_t& s) {
+    uint64_t z = (s += 0x9e3779b97f4a7c15ull);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace qmp;
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: fft_mulbench WORDS [THREADS] [--phases]\n");
+        return 2;
+    }
+    try {
+        const uint64_t n = std::strtoull(argv[1], nullptr, 10);
+        const uint64_t threads = argc > 2 && argv[2][0] != '-' ? std::strtoull(argv[2], nullptr, 10) : 1;
+        const bool phases = std::strcmp(argv[argc - 1], "--phases") == 0;
+        std::unique_ptr<PushPoolFramework> pool;
+        MultiplyContext context;
+        if (threads > 1) {
+            pool = std::make_unique<PushPoolFramework>();
+            context.parallelizer = pool.get();
+            context.tds = threads;
+        }
+        const FFTv4 fft;
+        std::vector<uint64_t> A(n), B(n), C(2 * n);
+        uint64_t s = 1;
+        for (auto& w : A) w = splitmix(s);
+        for (auto& w : B) w = splitmix(s);
+        const uint64_t bytes = fft.multiply_buffer_bytes(2 * n);
+        std::vector<char> scratch(bytes);
+        std::memset(scratch.data(), 0, bytes);
+        const double mul = time_best([&] {
+            fft.multiply(C.data(), A.data(), n, B.data(), n, scratch.data(), bytes, context);
+        });
+        const double sqr = time_best([&] { fft.square(C.data(), A.data(), n, scratch.data(), bytes, context); });
+        const fft::TransformSize size = fft.plan(2 * n);
+        std::printf("words=%llu mul_s=%.6g sqr_s=%.6g transform=%s scratch_bytes=%llu threads=%llu simd=%s\n",
+                    (unsigned long long)n, mul, sqr, fft::describe(size).c_str(), (unsigned long long)bytes,
+                    (unsigned long long)threads, simd_level_name(active_simd_level()));
+        if (phases) {
+            const fft::Transform& t = fft::get_transform(size.m, size.k, FFTv4::kConversionBlockExponent);
+            const uint64_t points = size.complex_points();
+            std::vector<fft::Block> p(points / 8), w1(t.work_bytes() / 128), w2(t.work_bytes() / 128);
+            Parallelizer* par = context.parallelizer;
+            const uint64_t tds = context.tds;
+            const double split = time_best([&] {
+                fft::split_words(A.data(), n, size.bits, fft::DigitMode::Dithered, p.data(), points, par, tds);
+            });
+            const double forward = time_best([&] { t.forward(p.data(), w1.data(), nullptr, par, tds); });
+            t.forward(p.data(), w2.data(), nullptr, par, tds);
+            const double pointwise = time_best([&] { t.pointwise_multiply(w1.data(), w2.data(), par, tds); });
+            const double inverse = time_best([&] { t.inverse(w1.data(), p.data(), nullptr, par, tds); });
+            t.forward(p.data(), w1.data(), nullptr, par, tds);
+            std::vector<fft::Block> q(points / 8);
+            fft::split_words(A.data(), n, size.bits, fft::DigitMode::Dithered, q.data(), points, par, tds);
+            const double release = time_best([&] {
+                fft::release_points(q.data(), points, size.bits, fft::split_digit_count(n, size.bits) + 1, C.data(),
+                                    n, par, tds);
+            });
+            std::printf("phases: split=%.3g forward=%.3g pointwise=%.3g inverse=%.3g release=%.3g (s)\n", split,
+                        forward, pointwise, inverse, release);
+        }
+    } catch (const qmp::Exception& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+    return 0;
+}
