@@ -2,17 +2,22 @@
 // ("words=N mul_s=T sqr_s=T": seconds per operation, best of 3 rounds of >= 50 ms each), plus
 // the transform chosen and the scratch bytes the algorithm asks for, and a per-phase split of
 // one product (split, forward, pointwise, inverse, release) with --phases.
-//   fft_mulbench WORDS [THREADS] [--phases]
-// THREADS > 1 runs through the push-pool framework with tds = THREADS.
+//   fft_mulbench WORDS [THREADS] [--phases] [--cpu]
+//   fft_mulbench --crossover [--cpu]   FFTv4 against Basecase + Karatsuba, 256..16384 words
+// THREADS > 1 runs through the push-pool framework with tds = THREADS. --cpu times by the
+// process's CPU clock instead of the wall clock: on a shared, loaded machine the wall clock
+// mostly measures waiting (only meaningful for one thread).
 #include "qmp/multiply/fft/fftv4.h"
 
 #include "qmp/cpu_features.h"
 #include "qmp/exception.h"
 #include "qmp/multiply/fft/release.h"
+#include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/fft/split.h"
 #include "qmp/parallel/pushpool_framework.h"
 
 #include <chrono>
+#include <ctime>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +26,14 @@
 
 namespace {
 
+bool g_cpu_clock = false;
+
 double now_seconds() {
+    if (g_cpu_clock) {
+        timespec t;
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+        return t.tv_sec + t.tv_nsec * 1e-9;
+    }
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
@@ -49,10 +61,39 @@ uint64_t splitmix(uint64_t& s) {
     return z ^ (z >> 31);
 }
 
+// Balanced products of n words through BKT and FFTv4, and the ratio; FFTv4 pays off where the
+// ratio drops below 1.
+void crossover() {
+    using namespace qmp;
+    const FFTv4 fft;
+    for (uint64_t n : {256, 384, 512, 768, 1024, 1536, 2048, 3072, 4096, 6144, 8192, 12288, 16384}) {
+        std::vector<uint64_t> A(n), B(n), C(2 * n);
+        uint64_t s = n;
+        for (auto& w : A) w = splitmix(s);
+        for (auto& w : B) w = splitmix(s);
+        std::vector<uint64_t> itch(bkt_itch_bound(2 * n));
+        std::vector<char> scratch(fft.multiply_buffer_bytes(2 * n));
+        const double bkt_mul_s = time_best([&] { bkt_mul(C.data(), A.data(), n, B.data(), n, itch.data(), KaratsubaThresholds{}); });
+        const double bkt_sqr_s = time_best([&] { bkt_sqr(C.data(), A.data(), n, itch.data(), KaratsubaThresholds{}); });
+        const double fft_mul_s = time_best([&] {
+            fft.multiply(C.data(), A.data(), n, B.data(), n, scratch.data(), scratch.size(), {});
+        });
+        const double fft_sqr_s = time_best([&] { fft.square(C.data(), A.data(), n, scratch.data(), scratch.size(), {}); });
+        std::printf("words=%llu bkt_mul_s=%.4g fft_mul_s=%.4g ratio=%.2f bkt_sqr_s=%.4g fft_sqr_s=%.4g ratio=%.2f\n",
+                    (unsigned long long)n, bkt_mul_s, fft_mul_s, fft_mul_s / bkt_mul_s, bkt_sqr_s, fft_sqr_s,
+                    fft_sqr_s / bkt_sqr_s);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace qmp;
+    for (int i = 1; i < argc; ++i) g_cpu_clock |= std::strcmp(argv[i], "--cpu") == 0;
+    if (argc >= 2 && std::strcmp(argv[1], "--crossover") == 0) {
+        crossover();
+        return 0;
+    }
     if (argc < 2) {
         std::fprintf(stderr, "usage: fft_mulbench WORDS [THREADS] [--phases]\n");
         return 2;
@@ -60,7 +101,8 @@ int main(int argc, char** argv) {
     try {
         const uint64_t n = std::strtoull(argv[1], nullptr, 10);
         const uint64_t threads = argc > 2 && argv[2][0] != '-' ? std::strtoull(argv[2], nullptr, 10) : 1;
-        const bool phases = std::strcmp(argv[argc - 1], "--phases") == 0;
+        bool phases = false;
+        for (int i = 2; i < argc; ++i) phases |= std::strcmp(argv[i], "--phases") == 0;
         std::unique_ptr<PushPoolFramework> pool;
         MultiplyContext context;
         if (threads > 1) {
@@ -81,9 +123,9 @@ int main(int argc, char** argv) {
         });
         const double sqr = time_best([&] { fft.square(C.data(), A.data(), n, scratch.data(), bytes, context); });
         const fft::TransformSize size = fft.plan(2 * n);
-        std::printf("words=%llu mul_s=%.6g sqr_s=%.6g transform=%s scratch_bytes=%llu threads=%llu simd=%s\n",
+        std::printf("words=%llu mul_s=%.6g sqr_s=%.6g transform=%s scratch_bytes=%llu threads=%llu simd=%s clock=%s\n",
                     (unsigned long long)n, mul, sqr, fft::describe(size).c_str(), (unsigned long long)bytes,
-                    (unsigned long long)threads, simd_level_name(active_simd_level()));
+                    (unsigned long long)threads, simd_level_name(active_simd_level()), g_cpu_clock ? "cpu" : "wall");
         if (phases) {
             const fft::Transform& t = fft::get_transform(size.m, size.k, FFTv4::kConversionBlockExponent);
             const uint64_t points = size.complex_points();

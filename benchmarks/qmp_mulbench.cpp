@@ -20,6 +20,7 @@
 #include "qmp/cpu_features.h"
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/basecase.h"
+#include "qmp/multiply/bkt_algorithm.h"
 #include "qmp/multiply/builtin_algorithms.h"
 #include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/multiply.h"
@@ -71,47 +72,32 @@ struct Scratch {
     }
 };
 
-// For each candidate size n, one Karatsuba step over basecase children against the plain
-// basecase; the cross-over is where the step starts to win for good.
-uint64_t find_crossover(bool squares) {
-    SplitMix64 rng{12345};
-    const uint64_t max_n = 160;
-    std::vector<uint64_t> a(max_n), b(max_n), c(2 * max_n);
-    for (auto& w : a) w = rng.next();
-    for (auto& w : b) w = rng.next();
-    std::vector<uint64_t> scratch(qmp::bkt_itch_bound(2 * max_n));
+// For each candidate size n, `lower(n)` (the method below the cross-over) against `upper(n)`
+// (one step of the method above it, children as usual). Short rounds alternate the two and the
+// minimum of each is kept: on a shared machine the minimum over many short rounds is the
+// stable statistic. A win needs a 2 % margin. The cross-over is the first size that wins and
+// whose next four candidates win at least three times, so one disturbed measurement neither
+// starts nor blocks it.
+template <typename Lower, typename Upper>
+uint64_t find_crossover(const char* label, uint64_t first, uint64_t last, uint64_t step, Lower lower, Upper upper) {
     std::vector<bool> wins;
     std::vector<uint64_t> sizes;
-    for (uint64_t n = 12; n <= max_n; n += 4) {
-        // Threshold n: the top product takes a step, its halves (< n) use the basecase.
-        qmp::KaratsubaThresholds step{n, n};
-        // Short rounds, alternating the two candidates, minimum of each: on a shared machine
-        // the minimum over many short rounds is the stable statistic.
-        double t_base = 1e30, t_step = 1e30;
+    for (uint64_t n = first; n <= last; n += step) {
+        double t_low = 1e30, t_up = 1e30;
         for (int round = 0; round < 25; ++round) {
-            double tb, ts;
-            if (squares) {
-                tb = time_best([&] { qmp::sqr_basecase(c.data(), a.data(), n); }, 1, 0.002);
-                ts = time_best([&] { qmp::bkt_sqr(c.data(), a.data(), n, scratch.data(), step); }, 1, 0.002);
-            } else {
-                tb = time_best([&] { qmp::mul_basecase(c.data(), a.data(), n, b.data(), n); }, 1, 0.002);
-                ts = time_best([&] { qmp::bkt_mul(c.data(), a.data(), n, b.data(), n, scratch.data(), step); }, 1, 0.002);
-            }
-            t_base = std::min(t_base, tb);
-            t_step = std::min(t_step, ts);
+            t_low = std::min(t_low, time_best([&] { lower(n); }, 1, 0.002));
+            t_up = std::min(t_up, time_best([&] { upper(n); }, 1, 0.002));
         }
-        std::printf("  %s n=%3llu basecase_s=%.4g karatsuba_step_s=%.4g ratio=%.3f\n", squares ? "sqr" : "mul",
-                    (unsigned long long)n, t_base, t_step, t_step / t_base);
+        std::printf("  %s n=%4llu lower_s=%.4g upper_s=%.4g ratio=%.3f\n", label, (unsigned long long)n, t_low,
+                    t_up, t_up / t_low);
         sizes.push_back(n);
-        wins.push_back(t_step < t_base);
+        wins.push_back(t_up < 0.98 * t_low);
     }
-    // The first size that wins and whose next four candidates win at least three times: one
-    // disturbed measurement neither starts nor blocks the cross-over.
     for (size_t i = 0; i + 4 < wins.size(); ++i) {
         const int later = wins[i + 1] + wins[i + 2] + wins[i + 3] + wins[i + 4];
         if (wins[i] && later >= 3) return sizes[i];
     }
-    return max_n;
+    return last;
 }
 
 // Seconds of one n x n basecase product and square under each row kernel.
@@ -125,10 +111,13 @@ void compare_kernels() {
         for (bool adx : {false, true}) {
             qmp::set_basecase_adx(adx);
             if (qmp::basecase_adx_enabled() != adx) continue;
-            const double m = time_best([&] { qmp::mul_basecase(c.data(), a.data(), n, b.data(), n); }, 5, 0.02);
-            const double s = time_best([&] { qmp::sqr_basecase(c.data(), a.data(), n); }, 5, 0.02);
+            double m = 1e30, q = 1e30;
+            for (int round = 0; round < 25; ++round) {
+                m = std::min(m, time_best([&] { qmp::mul_basecase(c.data(), a.data(), n, b.data(), n); }, 1, 0.002));
+                q = std::min(q, time_best([&] { qmp::sqr_basecase(c.data(), a.data(), n); }, 1, 0.002));
+            }
             std::printf("  basecase n=%3llu kernel=%-8s mul_s=%.4g sqr_s=%.4g\n", (unsigned long long)n,
-                        adx ? "adx" : "portable", m, s);
+                        adx ? "adx" : "portable", m, q);
         }
     }
     qmp::set_basecase_adx(saved);
@@ -138,10 +127,33 @@ int tune() {
     const qmp::CpuIdentity cpu = qmp::cpu_identity();
     std::printf("cpu: %s\n", cpu.brand.c_str());
     compare_kernels();
-    const uint64_t mul = find_crossover(false);
-    const uint64_t sqr = find_crossover(true);
-    std::printf("karatsuba mul_min_words=%llu sqr_min_words=%llu\n", (unsigned long long)mul,
-                (unsigned long long)sqr);
+    const uint64_t max_n = 600;
+    SplitMix64 rng{12345};
+    std::vector<uint64_t> a(max_n), b(max_n), c(2 * max_n);
+    for (auto& w : a) w = rng.next();
+    for (auto& w : b) w = rng.next();
+    std::vector<uint64_t> scratch(qmp::bkt_itch_bound(2 * max_n));
+    uint64_t* s = scratch.data();
+    const uint64_t off = ~uint64_t(0);
+
+    // Karatsuba over the basecase: threshold n makes the top product take one step and its
+    // halves (< n) use the basecase.
+    const uint64_t kmul = find_crossover("karatsuba-mul", 12, 160, 4,
+        [&](uint64_t n) { qmp::mul_basecase(c.data(), a.data(), n, b.data(), n); },
+        [&](uint64_t n) { qmp::bkt_mul(c.data(), a.data(), n, b.data(), n, s, {n, n, off, off}); });
+    const uint64_t ksqr = find_crossover("karatsuba-sqr", 12, 160, 4,
+        [&](uint64_t n) { qmp::sqr_basecase(c.data(), a.data(), n); },
+        [&](uint64_t n) { qmp::bkt_sqr(c.data(), a.data(), n, s, {n, n, off, off}); });
+    // Toom-3 over Karatsuba, with the Karatsuba thresholds just measured.
+    const uint64_t tmul = find_crossover("toom3-mul", 48, max_n, 12,
+        [&](uint64_t n) { qmp::bkt_mul(c.data(), a.data(), n, b.data(), n, s, {kmul, ksqr, off, off}); },
+        [&](uint64_t n) { qmp::bkt_mul(c.data(), a.data(), n, b.data(), n, s, {kmul, ksqr, n, off}); });
+    const uint64_t tsqr = find_crossover("toom3-sqr", 48, max_n, 12,
+        [&](uint64_t n) { qmp::bkt_sqr(c.data(), a.data(), n, s, {kmul, ksqr, off, off}); },
+        [&](uint64_t n) { qmp::bkt_sqr(c.data(), a.data(), n, s, {kmul, ksqr, off, n}); });
+    std::printf("mul_min_words=%llu sqr_min_words=%llu toom3_mul_min_words=%llu toom3_sqr_min_words=%llu\n",
+                (unsigned long long)kmul, (unsigned long long)ksqr, (unsigned long long)tmul,
+                (unsigned long long)tsqr);
     return 0;
 }
 

@@ -1,5 +1,6 @@
 // The commit and abandon paths of WorkingNameFile. Commit order: size, fdatasync, rename,
-// close; abandon: close, then remove (unless kept), reporting the first failure.
+// close; abandon: close, then remove (unless kept) even when the close failed; when both
+// fail, the removal error is the one thrown, as the file left behind matters more.
 #include "qmp/farmemory/working_name_file.h"
 
 #include "qmp/farmemory/posix_errors.h"

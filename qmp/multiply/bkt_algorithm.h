@@ -1,9 +1,9 @@
 // "BKT" (Basecase + Karatsuba): the table algorithm for small and medium products. It serves
 // any operand shape up to its largest product and recurses only into itself, never through the
 // table, so its buffer need is its own. Parameter table (checked by assert_valid()):
-//   entry 0:   Karatsuba threshold for products, in words (at least 2);
-//   entry 1:   largest product served, in words (at least twice entry 0);
-//   entry 2.0: Karatsuba threshold for squares, in words (at least 2).
+//   entry 0:   thresholds for products, in words: Karatsuba at least 2, Toom-3 not below it;
+//   entry 1:   largest product served, in words (at least twice the Karatsuba threshold);
+//   entry 2.0: thresholds for squares: Karatsuba at least 2, Toom-3 not below it.
 #pragma once
 
 #include <cstdint>

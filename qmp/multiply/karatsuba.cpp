@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "qmp/multiply/basecase.h"
+#include "qmp/multiply/toom3.h"
 #include "qmp/numbers/words/word_array.h"
 
 namespace qmp {
@@ -97,6 +98,10 @@ void bkt_mul(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B, uin
         mul_basecase(C, A, AL, B, BL);
         return;
     }
+    if (BL >= th.toom3_mul_min_words && detail::takes_toom3_step(AL, BL)) {
+        detail::toom3_mul(C, A, AL, B, BL, scratch, th);
+        return;
+    }
     if (takes_karatsuba_step(AL, BL)) {
         karatsuba_mul(C, A, AL, B, BL, scratch, th);
         return;
@@ -124,12 +129,22 @@ void bkt_sqr(uint64_t* C, const uint64_t* A, uint64_t AL, uint64_t* scratch,
         sqr_basecase(C, A, AL);
         return;
     }
+    if (AL >= th.toom3_sqr_min_words && detail::takes_toom3_step(AL, AL)) {
+        detail::toom3_sqr(C, A, AL, scratch, th);
+        return;
+    }
     karatsuba_sqr(C, A, AL, scratch, th);
 }
 
 uint64_t bkt_mul_itch(uint64_t AL, uint64_t BL, const KaratsubaThresholds& th) {
     if (AL < BL) std::swap(AL, BL);
     if (BL < th.mul_min_words) return 0;
+    if (BL >= th.toom3_mul_min_words && detail::takes_toom3_step(AL, BL)) {
+        const uint64_t n = detail::toom3_piece_words(AL), s = AL - 2 * n, t = BL - 2 * n;
+        const uint64_t sub = std::max({bkt_mul_itch(n + 1, n + 1, th), bkt_mul_itch(n, n, th),
+                                       bkt_mul_itch(s, t, th)});
+        return detail::toom3_step_words(AL) + sub;
+    }
     if (takes_karatsuba_step(AL, BL)) {
         const uint64_t n = (AL + 1) / 2, s = AL - n, t = BL - n;
         const uint64_t sub = std::max(bkt_mul_itch(n, n, th), bkt_mul_itch(s, t, th));
@@ -143,13 +158,21 @@ uint64_t bkt_mul_itch(uint64_t AL, uint64_t BL, const KaratsubaThresholds& th) {
 
 uint64_t bkt_sqr_itch(uint64_t AL, const KaratsubaThresholds& th) {
     if (AL < th.sqr_min_words) return 0;
+    if (AL >= th.toom3_sqr_min_words && detail::takes_toom3_step(AL, AL)) {
+        const uint64_t n = detail::toom3_piece_words(AL), s = AL - 2 * n;
+        const uint64_t sub = std::max({bkt_sqr_itch(n + 1, th), bkt_sqr_itch(n, th), bkt_sqr_itch(s, th)});
+        return detail::toom3_step_words(AL) + sub;
+    }
     const uint64_t n = (AL + 1) / 2;
     return 2 * n + std::max(2 * n + 1, bkt_sqr_itch(n, th));
 }
 
-// Each level at most doubles two thirds of the product size plus two words (see the shape
-// rules above), so the need is below 2 P plus two words per level; 64-bit sizes have fewer
-// than 128 levels at a shrink factor of 2/3.
-uint64_t bkt_itch_bound(uint64_t product_words) { return 2 * product_words + 256; }
+// Bound of the whole recursion for a product of P words. A Karatsuba step on an n-word split
+// takes 4n + 1 words over sub-products of at most 2/3 of P, which sums to about 2 P; a Toom-3
+// step takes 8 (n + 1) words, about 1.6 P for the most lopsided shape it accepts, over
+// sub-products of at most 0.4 P, which sums to about 2.7 P; pieces of a long operand take
+// 2 BL <= 2/3 P over their own products. Each level adds a few words of rounding; 64-bit sizes
+// have fewer than 128 levels.
+uint64_t bkt_itch_bound(uint64_t product_words) { return 3 * product_words + 1024; }
 
 }  // namespace qmp

@@ -1,7 +1,8 @@
-// Karatsuba multiplication and squaring over the basecase, for operands of any shape.
+// Karatsuba (and Toom-3) multiplication and squaring over the basecase, for any shape.
 //   bkt_mul: C[0, AL + BL) = A * B, AL >= BL >= 1. Shapes: BL below the threshold goes to the
-//            basecase; BL > ceil(AL / 2) takes a Karatsuba step; a longer A is cut into pieces
-//            of BL words whose products are accumulated.
+//            basecase; above the Toom-3 threshold, BL > 2 ceil(AL / 3) takes a Toom-3 step;
+//            BL > ceil(AL / 2) takes a Karatsuba step; a longer A is cut into pieces of BL
+//            words whose products are accumulated.
 //   bkt_sqr: C[0, 2 AL) = A^2.
 // C must not overlap A, B or the scratch. Scratch: bkt_itch_bound(AL + BL) words always suffice;
 // bkt_mul_itch()/bkt_sqr_itch() give the exact need of one shape but walk the recursion
@@ -18,6 +19,10 @@ struct KaratsubaThresholds {
     uint64_t mul_min_words = 32;
     // Operand length (words) from which a square takes a Karatsuba step.
     uint64_t sqr_min_words = 48;
+    // Shorter operand length (words) from which a product of suitable shape takes a Toom-3
+    // step instead, and the same for squares. Values above any size disable Toom-3.
+    uint64_t toom3_mul_min_words = ~uint64_t(0);
+    uint64_t toom3_sqr_min_words = ~uint64_t(0);
 };
 
 void bkt_mul(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B, uint64_t BL,

@@ -101,7 +101,7 @@ void interpolate(uint64_t* C, uint64_t total, uint64_t n, uint64_t* v1, uint64_t
     // c3 = (t3 - c2 - 5 vinf - t1) / 2, in t3.
     sub_n(t3, t3, c2, w);
     sub(t3, t3, w, vinf, vinf_words);
-    [[maybe_unused]] uint64_t top = submul_1(t3, vinf, vinf_words, 4);
+    [[maybe_unused]] uint64_t top = submul_1(t3, vinf, vinf_words, uint64_t(4));
     sub_1(t3 + vinf_words, t3 + vinf_words, w - vinf_words, top);
     sub_n(t3, t3, t1, w);
     rshift(t3, t3, w, 1);

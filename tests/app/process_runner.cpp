@@ -139,6 +139,13 @@ RunResult run_program(const std::vector<std::string>& args, const std::string& w
                             : run_with_pipes(args, work_dir, options);
 }
 
+bool terminals_available() {
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+    if (master < 0) return false;
+    ::close(master);
+    return true;
+}
+
 TempDir::TempDir() {
     std::string pattern = "/tmp/qv_app_test_XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");

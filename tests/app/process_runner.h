@@ -25,6 +25,9 @@ struct RunOptions {
 RunResult run_program(const std::vector<std::string>& args, const std::string& work_dir,
                       const RunOptions& options = {});
 
+// Whether this system can open a pseudo-terminal (containers without /dev/pts cannot).
+bool terminals_available();
+
 // A fresh directory under /tmp, removed with its contents when the object dies.
 class TempDir {
 public:

@@ -247,6 +247,7 @@ TEST(Program, UnfinishedComputationIsAnnouncedBeforeAnyAction) {
 }
 
 TEST(Program, TerminalGetsColoursUnlessNoColourIsSet) {
+    if (!qvtest::terminals_available()) GTEST_SKIP() << "no pseudo-terminal on this system";
     TempDir dir;
     RunOptions options;
     options.terminal = true;
@@ -275,6 +276,7 @@ TEST(Program, TerminalGetsColoursUnlessNoColourIsSet) {
 }
 
 TEST(Program, SeparateConsoleSetsTheWindowSizeAndWaitsBeforeClosing) {
+    if (!qvtest::terminals_available()) GTEST_SKIP() << "no pseudo-terminal on this system";
     TempDir dir;
     RunOptions options;
     options.terminal = true;

@@ -3,8 +3,9 @@
 // after rounding; intermediate doubles may differ in the last bits where FMA is used).
 //   reduce_*:   the reduction levels (radix-m with its twist, or up to two radix-2 levels) over
 //               block index i, across the w sub-transforms; inverse also scales by 1/n.
-//   *_vertical: 2^levels blocks at a pitch, the levels whose halves are whole blocks; twiddle of
-//               relative depth D, group g is tw[2^(depth0+D) + node*2^D + g] (StraightTable).
+//   *_vertical: 2^levels elements of `width` consecutive blocks at a pitch, the levels whose
+//               halves are whole blocks; twiddle of relative depth D, group g is
+//               tw[2^(depth0+D) + node*2^D + g] (StraightTable), shared by the whole element.
 //   *_inblock:  the three levels inside each block, twiddles from InterleavedTable records;
 //               the _factored forms take each record as sigma[b] * rho lane by lane (rows of a
 //               four-step grid: a shared 128-record table times one record per row), so rows do
@@ -44,10 +45,10 @@ struct KernelSet {
                            uint64_t count, uint64_t step);
     void (*reduce_inverse)(const ReductionConstants& rc, const Block* work, Block* out,
                            uint64_t i0, uint64_t count, uint64_t step);
-    void (*dif_vertical)(Block* base, uint64_t pitch, int levels, const Cplx* tw, int depth0,
-                         uint64_t node);
-    void (*dit_vertical)(Block* base, uint64_t pitch, int levels, const Cplx* tw, int depth0,
-                         uint64_t node);
+    void (*dif_vertical)(Block* base, uint64_t pitch, int levels, uint64_t width, const Cplx* tw,
+                         int depth0, uint64_t node);
+    void (*dit_vertical)(Block* base, uint64_t pitch, int levels, uint64_t width, const Cplx* tw,
+                         int depth0, uint64_t node);
     void (*dif_inblock)(Block* blocks, uint64_t count, const Block* records);
     void (*dit_inblock)(Block* blocks, uint64_t count, const Block* records);
     void (*dif_inblock_factored)(Block* blocks, uint64_t count, const Block* sigma, const Block* rho);

@@ -115,14 +115,17 @@ struct Kernels {
         return tw[(uint64_t(1) << (depth0 + d)) + (node << d) + g];
     }
 
-    static void dif_vertical(Block* base, uint64_t pitch, int levels, const Cplx* tw, int depth0,
-                             uint64_t node) {
+    // Elements are `width` consecutive blocks; element e of the sequence starts at base + e*pitch.
+    static void dif_vertical(Block* base, uint64_t pitch, int levels, uint64_t width,
+                             const Cplx* tw, int depth0, uint64_t node) {
         const uint64_t n = uint64_t(1) << levels;
         int d = 0;
         if (levels & 1) {
             const uint64_t half = n / 2;
             const Cplx s = tw_at(tw, depth0, node, 0, 0);
-            for (uint64_t j = 0; j < half; ++j) dif2(base + j * pitch, base + (j + half) * pitch, s);
+            for (uint64_t j = 0; j < half; ++j)
+                for (uint64_t e = 0; e < width; ++e)
+                    dif2(base + j * pitch + e, base + (j + half) * pitch + e, s);
             d = 1;
         }
         for (; d < levels; d += 2) {
@@ -132,13 +135,14 @@ struct Kernels {
                 const Cplx s1 = tw_at(tw, depth0, node, d + 1, 2 * g);
                 Block* p = base + g * span * pitch;
                 for (uint64_t j = 0; j < q; ++j, p += pitch)
-                    dif4(p, p + q * pitch, p + 2 * q * pitch, p + 3 * q * pitch, s, s1);
+                    for (uint64_t e = 0; e < width; ++e)
+                        dif4(p + e, p + q * pitch + e, p + 2 * q * pitch + e, p + 3 * q * pitch + e, s, s1);
             }
         }
     }
 
-    static void dit_vertical(Block* base, uint64_t pitch, int levels, const Cplx* tw, int depth0,
-                             uint64_t node) {
+    static void dit_vertical(Block* base, uint64_t pitch, int levels, uint64_t width,
+                             const Cplx* tw, int depth0, uint64_t node) {
         const uint64_t n = uint64_t(1) << levels;
         const int first = levels & 1;
         for (int d = levels - 2; d >= first; d -= 2) {
@@ -148,13 +152,16 @@ struct Kernels {
                 const Cplx s1 = tw_at(tw, depth0, node, d + 1, 2 * g);
                 Block* p = base + g * span * pitch;
                 for (uint64_t j = 0; j < q; ++j, p += pitch)
-                    dit4(p, p + q * pitch, p + 2 * q * pitch, p + 3 * q * pitch, s, s1);
+                    for (uint64_t e = 0; e < width; ++e)
+                        dit4(p + e, p + q * pitch + e, p + 2 * q * pitch + e, p + 3 * q * pitch + e, s, s1);
             }
         }
         if (first) {
             const uint64_t half = n / 2;
             const Cplx s = tw_at(tw, depth0, node, 0, 0);
-            for (uint64_t j = 0; j < half; ++j) dit2(base + j * pitch, base + (j + half) * pitch, s);
+            for (uint64_t j = 0; j < half; ++j)
+                for (uint64_t e = 0; e < width; ++e)
+                    dit2(base + j * pitch + e, base + (j + half) * pitch + e, s);
         }
     }
 

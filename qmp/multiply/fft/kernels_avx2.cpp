@@ -36,7 +36,7 @@ struct Avx2Traits {
         return _mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x50);
     }
 
-    static void inblock_forward(Block& x, const Block& rec) {
+    __attribute__((always_inline)) static inline void inblock_forward(Block& x, const Block& rec) {
         V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
         V tr, ti;
         twiddle(tr, ti, r1, i1, bc(rec.re[0]), bc(rec.im[0]));
@@ -73,7 +73,7 @@ struct Avx2Traits {
         st(x.im + 4, i1);
     }
 
-    static void inblock_inverse(Block& x, const Block& rec) {
+    __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const Block& rec) {
         V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
         auto half1 = [&](V& r, V& i, int slot) {
             const V ur = _mm256_unpacklo_pd(r, r), ui = _mm256_unpacklo_pd(i, i);

@@ -74,7 +74,7 @@ struct Avx512Traits {
         i = _mm512_mask_blend_pd(L.upper_lanes, _mm512_add_pd(ui, vi), ti);
     }
 
-    static void inblock_forward(Block& x, const Block& rec) {
+    __attribute__((always_inline)) static inline void inblock_forward(Block& x, const Block& rec) {
         V r = ld(x.re), i = ld(x.im);
         const V rr = ld(rec.re), ri = ld(rec.im);
         level_forward(r, i, rr, ri, kHalf4);
@@ -83,7 +83,7 @@ struct Avx512Traits {
         st(x.re, r);
         st(x.im, i);
     }
-    static void inblock_inverse(Block& x, const Block& rec) {
+    __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const Block& rec) {
         V r = ld(x.re), i = ld(x.im);
         const V rr = ld(rec.re), ri = ld(rec.im);
         level_inverse(r, i, rr, ri, kHalf1);

@@ -18,13 +18,7 @@ namespace {
 
 template <class E, class F>
 void expect_error(F&& f, const std::string& place, const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception; expected " << message;
-    } catch (const E& e) {
-        EXPECT_EQ(e.function(), place);
-        EXPECT_EQ(e.message(), message);
-    }
+    EXPECT_EQ(test::expect_thrown<E>(f, place), message);
 }
 
 ConfigObject framework_config(const char* name) {

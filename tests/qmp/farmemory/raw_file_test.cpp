@@ -28,30 +28,18 @@ namespace {
 namespace fs = std::filesystem;
 using Mode = RawFile::OpenMode;
 
-std::string read_whole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 void write_whole(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// Runs `f`, expecting a FileException at `place` whose message ends with `last_line`.
+// Expects a FileException at `place` whose message ends with `last_line`; returns the message.
 template <class F>
 std::string expect_file_error(F&& f, const std::string& place, const std::string& last_line) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception; expected " << last_line;
-    } catch (const FileIO::FileException& e) {
-        EXPECT_EQ(e.function(), place);
-        const std::string& m = e.message();
-        EXPECT_TRUE(m.size() >= last_line.size() &&
-                    m.compare(m.size() - last_line.size(), last_line.size(), last_line) == 0)
-            << "message: " << m;
-        return m;
-    }
-    return {};
+    const std::string m = test::expect_thrown<FileIO::FileException>(f, place);
+    EXPECT_TRUE(m.size() >= last_line.size() &&
+                m.compare(m.size() - last_line.size(), last_line.size(), last_line) == 0)
+        << "message: " << m;
+    return m;
 }
 
 // Direct I/O needs a file system that supports O_DIRECT; the temporary directory is tried
@@ -97,7 +85,7 @@ TEST(RawFile, DirectIoRoundTripAtAlignedOffsets) {
         EXPECT_FALSE(file.is_open());
     }
     // Read back through the page cache by an independent reader.
-    EXPECT_EQ(read_whole(path), model.substr(0, file_bytes - 100));
+    EXPECT_EQ(test::read_whole(path), model.substr(0, file_bytes - 100));
 }
 
 TEST(AlignedAccessFile, MisalignmentRefusedInOrderBufferOffsetLength) {
@@ -220,7 +208,7 @@ TEST(RawFile, Resizing) {
     file.store("abc", 12345, 3);
     file.close_and_set_size(12346);
     EXPECT_EQ(fs::file_size(path), 12346u);
-    EXPECT_EQ(read_whole(path).substr(12345), "a");
+    EXPECT_EQ(test::read_whole(path).substr(12345), "a");
     expect_file_error([&] { file.set_size(1); }, "RawFile::set_size()", "File isn't open.");
     expect_file_error([&] { file.store("x", 0, 1); }, "RawFile::store()", "File isn't open.");
 
@@ -249,7 +237,7 @@ TEST(RawFile, RenameReplacesTargetAndKeepsFileOpen) {
     char back[6];
     file.load(back, 0, 6);
     EXPECT_EQ(std::string(back, 6), "fresh!");
-    EXPECT_EQ(read_whole(b), "fresh!");
+    EXPECT_EQ(test::read_whole(b), "fresh!");
 
     // The target cannot be deleted (a non-empty directory): the file stays open under its name.
     const std::string blocker = dir.file("blocker");

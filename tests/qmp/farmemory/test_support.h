@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 #include <sstream>
@@ -28,6 +29,24 @@ inline std::vector<unsigned char> random_bytes(std::mt19937_64& rng, size_t n) {
     std::vector<unsigned char> v(n);
     for (auto& b : v) b = static_cast<unsigned char>(rng());
     return v;
+}
+
+inline std::string read_whole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs f, expecting an exception of type E raised at `place`; returns its message.
+template <class E, class F>
+std::string expect_thrown(F&& f, const std::string& place) {
+    try {
+        f();
+        ADD_FAILURE() << "no exception at " << place;
+    } catch (const E& e) {
+        EXPECT_EQ(e.function(), place);
+        return e.message();
+    }
+    return {};
 }
 
 // A fresh directory under `parent` (the system's temporary directory by default).

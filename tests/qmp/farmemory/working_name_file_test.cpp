@@ -17,11 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string read_whole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 TEST(WorkingNameFile, CommitRenamesOverTheOldFile) {
     test::ScratchDir dir;
     const std::string final_path = dir.file("digits.txt");
@@ -29,18 +24,14 @@ TEST(WorkingNameFile, CommitRenamesOverTheOldFile) {
     WorkingNameFile writer(final_path, false, 0);
     EXPECT_EQ(writer.working_path(), final_path + ".tmp");
     writer.file().store("new digits + padding", 0, 20);
-    EXPECT_EQ(read_whole(final_path), "previous run");  // nothing visible before the commit
+    EXPECT_EQ(test::read_whole(final_path), "previous run");  // nothing visible before the commit
     writer.commit(10);  // trimmed to the logical size, as after padded direct writes
     EXPECT_TRUE(writer.committed());
-    EXPECT_EQ(read_whole(final_path), "new digits");
+    EXPECT_EQ(test::read_whole(final_path), "new digits");
     EXPECT_FALSE(fs::exists(writer.working_path()));
-    try {
-        writer.commit();
-        ADD_FAILURE() << "committed twice";
-    } catch (const FileIO::FileException& e) {
-        EXPECT_EQ(e.function(), "WorkingNameFile::commit()");
-        EXPECT_EQ(e.message().substr(e.message().rfind('\n') + 1), "File has already been committed.");
-    }
+    const std::string m = test::expect_thrown<FileIO::FileException>([&] { writer.commit(); },
+                                                                      "WorkingNameFile::commit()");
+    EXPECT_EQ(m, "Path: " + final_path + "\nFile has already been committed.");
     EXPECT_THROW(writer.file(), FileIO::FileException);
 }
 
@@ -57,7 +48,7 @@ TEST(WorkingNameFile, AbandonedWritesNeverReachTheFinalName) {
     } catch (const std::runtime_error&) {
     }
     EXPECT_FALSE(fs::exists(final_path + ".tmp"));
-    EXPECT_EQ(read_whole(final_path), "complete old file");
+    EXPECT_EQ(test::read_whole(final_path), "complete old file");
 
     // Keep: the working file stays under its own (caller-chosen) name.
     const std::string working = dir.file("out (incomplete).txt");
@@ -67,8 +58,8 @@ TEST(WorkingNameFile, AbandonedWritesNeverReachTheFinalName) {
         writer.abandon();
         EXPECT_THROW(writer.commit(), FileIO::FileException);
     }
-    EXPECT_EQ(read_whole(working), "partial");
-    EXPECT_EQ(read_whole(final_path), "complete old file");
+    EXPECT_EQ(test::read_whole(working), "partial");
+    EXPECT_EQ(test::read_whole(final_path), "complete old file");
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 
 void check_mul_shape(Rng& rng, uint64_t al, uint64_t bl, Pattern pattern, const KaratsubaThresholds& th) {
     SCOPED_TRACE("AL=" + std::to_string(al) + " BL=" + std::to_string(bl) + " pattern=" +
-                 std::to_string(int(pattern)) + " kmin=" + std::to_string(th.mul_min_words));
+                 std::to_string(int(pattern)) + " kmin=" + std::to_string(th.mul_min_words) + " tmin=" + std::to_string(th.toom3_mul_min_words));
     auto A = make_operand(rng, al, pattern), B = make_operand(rng, bl, pattern);
     Guarded C(al + bl), S(bkt_mul_itch(al, bl, th));
     bkt_mul(C.data(), A.data(), al, B.data(), bl, S.data(), th);
@@ -26,7 +26,7 @@ void check_mul_shape(Rng& rng, uint64_t al, uint64_t bl, Pattern pattern, const 
 
 void check_sqr_shape(Rng& rng, uint64_t n, Pattern pattern, const KaratsubaThresholds& th) {
     SCOPED_TRACE("AL=" + std::to_string(n) + " pattern=" + std::to_string(int(pattern)) +
-                 " smin=" + std::to_string(th.sqr_min_words));
+                 " smin=" + std::to_string(th.sqr_min_words) + " tmin=" + std::to_string(th.toom3_sqr_min_words));
     auto A = make_operand(rng, n, pattern);
     Guarded C(2 * n), S(bkt_sqr_itch(n, th));
     bkt_sqr(C.data(), A.data(), n, S.data(), th);
@@ -38,8 +38,9 @@ void check_sqr_shape(Rng& rng, uint64_t n, Pattern pattern, const KaratsubaThres
 TEST(Karatsuba, DeepRecursionEveryShapeMatchesOracle) {
     SCOPED_TRACE(seed_trace());
     Rng rng(test_seed() + 2);
-    for (uint64_t kmin : {2, 3, 5}) {
-        KaratsubaThresholds th{kmin, kmin};
+    // (Karatsuba, Toom-3) thresholds; Toom-3 from 3 words reaches its smallest shapes.
+    for (auto [kmin, tmin] : std::vector<std::pair<uint64_t, uint64_t>>{{2, ~0ull}, {3, ~0ull}, {5, ~0ull}, {2, 3}, {3, 7}, {4, 12}}) {
+        KaratsubaThresholds th{kmin, kmin, tmin, tmin};
         for (uint64_t al = 1; al <= 40; ++al)
             for (uint64_t bl = 1; bl <= al; ++bl)
                 check_mul_shape(rng, al, bl, bl % 3 == 0 ? Pattern::Runs : Pattern::Random, th);
@@ -71,8 +72,8 @@ TEST(Karatsuba, ShippedThresholdsAroundCrossoversAndLarge) {
 // The tables size buffers from bkt_itch_bound() without knowing the shape; a shape that needs
 // more would overrun a buffer the caller sized correctly.
 TEST(Karatsuba, ScratchBoundCoversEveryShape) {
-    for (uint64_t kmin : {2, 3, 32}) {
-        KaratsubaThresholds th{kmin, kmin};
+    for (auto [kmin, tmin] : std::vector<std::pair<uint64_t, uint64_t>>{{2, ~0ull}, {3, 3}, {2, 9}, {32, ~0ull}, {32, 100}}) {
+        KaratsubaThresholds th{kmin, kmin, tmin, tmin};
         const uint64_t all_shapes_up_to = kmin < 32 ? 300 : 1500;
         for (uint64_t p = 2; p <= all_shapes_up_to; ++p) {
             for (uint64_t bl = 1; bl <= p / 2; ++bl)

@@ -228,11 +228,4 @@ TEST(SettingsPrompts, RepeatUntilValidAndStopAtEndOfInput) {
     EXPECT_EQ(tds, 64u);
 }
 
-TEST(CoreCounts, ConsistentWithEachOther) {
-    const uint32_t logical = qmp::logical_core_count(), physical = qmp::physical_core_count();
-    EXPECT_GE(physical, 1u);
-    EXPECT_LE(physical, logical);
-    EXPECT_LE(logical, qmp::configured_core_count());
-}
-
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -18,7 +19,6 @@ namespace {
 
 template <typename W>
 class CarryTest : public ::testing::Test {};
-using WordTypes = ::testing::Types<uint32_t, uint64_t>;
 TYPED_TEST_SUITE(CarryTest, WordTypes);
 
 template <typename W>
@@ -28,17 +28,6 @@ Digits shifted(W carry, uint64_t offset) {
     return to_digits(v.data(), offset + 1);
 }
 
-template <typename F>
-void expect_invalid(F&& f, const char* function, const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception, expected " << message;
-    } catch (const InvalidParametersException& e) {
-        EXPECT_EQ(e.function(), function);
-        EXPECT_EQ(e.message(), message);
-    }
-}
-
 TYPED_TEST(CarryTest, AddCarrySettlesOrReportsTheWordsItNeeds) {
     using W = TypeParam;
     const W ones = W(~W(0));
@@ -46,6 +35,7 @@ TYPED_TEST(CarryTest, AddCarrySettlesOrReportsTheWordsItNeeds) {
     add_carry(t.data(), 5, W(3));
     EXPECT_EQ(t, (std::vector<W>{2, 0, 0, 6, 9}));
     add_carry(t.data(), 0, W(0));  // nothing to add needs no words
+    const auto expect_invalid = expect_throw<InvalidParametersException, std::function<void()>>;
     std::vector<W> all = {ones, ones, W(ones - 1)};
     const std::vector<W> before = all;
     expect_invalid([&] { add_carry(all.data(), 2, W(1)); }, "add_carry()", "Block is too small: Required = 3, Actual = 2.");
@@ -124,6 +114,7 @@ TYPED_TEST(CarryTest, CarryListPreconditions) {
     using W = TypeParam;
     std::vector<W> t(10, 1);
     const std::vector<W> before = t;
+    const auto expect_invalid = expect_throw<InvalidParametersException, std::function<void()>>;
     const std::vector<CarryInfo<W>> beyond = {{2, 1}, {10, 1}}, equal = {{2, 1}, {2, 1}}, down = {{5, 1}, {3, 1}};
     expect_invalid([&] { bp_add_multi_carry(t.data(), 10, beyond.data(), 2, nullptr, 1); }, "bp_add_multi_carry()",
                    "CarryInfo has invalid offset.");

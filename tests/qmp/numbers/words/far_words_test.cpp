@@ -24,7 +24,6 @@ namespace {
 
 template <typename W>
 class FarWordsTest : public ::testing::Test {};
-using WordTypes = ::testing::Types<uint32_t, uint64_t>;
 TYPED_TEST_SUITE(FarWordsTest, WordTypes);
 
 constexpr uint64_t kGuardBytes = 40;
@@ -156,15 +155,10 @@ TYPED_TEST(FarWordsTest, CarryFormsMatchInMemoryForms) {
     WorkBuffer<W> buf(4, nullptr, 1);
     const std::vector<uint64_t> offsets = {0, 3, 2};
     const std::vector<W> carries = {1, 1, 1};
-    for (uint64_t L : {0, 4}) {
-        try {
-            fm_ksr_carry_t(buf.ctx(), t.far, t.offset(), L, offsets.data(), carries.data(), 3);
-            ADD_FAILURE() << "no exception";
-        } catch (const InvalidParametersException& e) {
-            EXPECT_EQ(e.function(), "fm_ksr_carry_t()");
-            EXPECT_EQ(e.message(), L == 0 ? "Length cannot be zero." : "Block offsets are not increasing.");
-        }
-    }
+    for (uint64_t L : {0, 4})
+        expect_throw<InvalidParametersException>(
+            [&] { fm_ksr_carry_t(buf.ctx(), t.far, t.offset(), L, offsets.data(), carries.data(), 3); },
+            "fm_ksr_carry_t()", L == 0 ? "Length cannot be zero." : "Block offsets are not increasing.");
 }
 
 TYPED_TEST(FarWordsTest, DivisionMatchesLongDivisionInChunks) {
@@ -213,13 +207,8 @@ TYPED_TEST(FarWordsTest, DivisionMatchesLongDivisionInChunks) {
     FarArray<W> t(10);
     WorkBuffer<W> buf(10, nullptr, 1);
     const ShoupDivider<W> div(7);
-    try {
-        fm_div_np(buf.ctx(), t.far, t.offset(), 4, t.far, t.offset(), 5, div, W(0));
-        ADD_FAILURE() << "no exception";
-    } catch (const InvalidParametersException& e) {
-        EXPECT_EQ(e.function(), "fm_div_np()");
-        EXPECT_EQ(e.message(), "TL < AL");
-    }
+    expect_throw<InvalidParametersException>(
+        [&] { fm_div_np(buf.ctx(), t.far, t.offset(), 4, t.far, t.offset(), 5, div, W(0)); }, "fm_div_np()", "TL < AL");
 }
 
 TYPED_TEST(FarWordsTest, StreamingRoutinesMatchMemory) {
@@ -309,22 +298,11 @@ TYPED_TEST(FarWordsTest, ShortBufferThrowsBeforeAnyFarWordChanges) {
     // fm_add_ir() must hold all of A: one word short is refused.
     const std::vector<W> a40(40, W(1));
     WorkBuffer<W> short_buf(39, nullptr, 1);
-    try {
-        fm_add_ir(short_buf.ctx(), t.far, t.offset(), 100, a40.data(), 40, W(0));
-        ADD_FAILURE() << "no exception";
-    } catch (const BufferTooSmallException& e) {
-        EXPECT_EQ(e.buffer_size(), 39 * sizeof(W));
-        EXPECT_EQ(e.required_size(), 40 * sizeof(W));
-        EXPECT_EQ(std::string(e.message()), "Buffer is too small:\n    Buffer Size: " + std::to_string(39 * sizeof(W)) +
-                                                "\n    Required Size: " + std::to_string(40 * sizeof(W)));
-    }
-    try {
-        fm_add_ir(short_buf.ctx(), t.far, t.offset(), 30, a40.data(), 40, W(0));
-        ADD_FAILURE() << "no exception";
-    } catch (const InvalidParametersException& e) {
-        EXPECT_EQ(e.function(), "fm_add_ir()");
-        EXPECT_EQ(e.message(), "T is smaller than A.");
-    }
+    expect_throw<BufferTooSmallException>([&] { fm_add_ir(short_buf.ctx(), t.far, t.offset(), 100, a40.data(), 40, W(0)); },
+                                          "fm_add_ir()", "Buffer is too small:\n    Buffer Size: " + std::to_string(39 * sizeof(W)) +
+                                                             "\n    Required Size: " + std::to_string(40 * sizeof(W)));
+    expect_throw<InvalidParametersException>([&] { fm_add_ir(short_buf.ctx(), t.far, t.offset(), 30, a40.data(), 40, W(0)); },
+                                             "fm_add_ir()", "T is smaller than A.");
     EXPECT_EQ(t.get(), init);
     EXPECT_EQ(t.far.stored, 0u);
 }

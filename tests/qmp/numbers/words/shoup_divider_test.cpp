@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -17,7 +18,6 @@ namespace {
 
 template <typename W>
 class ShoupDividerTest : public ::testing::Test {};
-using WordTypes = ::testing::Types<uint32_t, uint64_t>;
 TYPED_TEST_SUITE(ShoupDividerTest, WordTypes);
 
 template <typename W>
@@ -88,15 +88,7 @@ TYPED_TEST(ShoupDividerTest, DivmodMatchesLongDivision) {
 TYPED_TEST(ShoupDividerTest, PreconditionsThrowWithTheirMessages) {
     using W = TypeParam;
     constexpr unsigned w = sizeof(W) * 8;
-    auto expect_invalid = [](auto&& f, const char* function, const char* message) {
-        try {
-            f();
-            ADD_FAILURE() << "no exception, expected " << message;
-        } catch (const InvalidParametersException& e) {
-            EXPECT_EQ(e.function(), function);
-            EXPECT_EQ(e.message(), message);
-        }
-    };
+    const auto expect_invalid = expect_throw<InvalidParametersException, std::function<void()>>;
     for (W d : {W(0), W(1), W(2), W(4), W(W(1) << (w - 2))})
         expect_invalid([&] { ShoupDivider<W> x(d); }, "ShoupDivider()", "Untested with power-of-two.");
     for (W d : {W(W(1) << (w - 1)), W((W(1) << (w - 1)) + 1), W(~W(0))})

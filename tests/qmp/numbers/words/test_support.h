@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qmp/farmemory/far_memory.h"
 #include "qmp/parallel/parallelizer.h"
 
@@ -25,6 +27,20 @@ inline uint64_t test_seed() {
 }
 
 inline std::string seed_note(uint64_t seed) { return "QMP_TEST_SEED=" + std::to_string(seed); }
+
+using WordTypes = ::testing::Types<uint32_t, uint64_t>;
+
+// Runs f and expects an exception of class E naming `function` with exactly `message`.
+template <typename E, typename F>
+void expect_throw(F&& f, const std::string& function, const std::string& message) {
+    try {
+        f();
+        ADD_FAILURE() << "no exception, expected " << function << ": " << message;
+    } catch (const E& e) {
+        EXPECT_EQ(e.function(), function);
+        EXPECT_EQ(e.message(), message);
+    }
+}
 
 // Words of a random kind: uniform, or long runs of all-ones and all-zero words and bits, which
 // make carries and borrows travel far.

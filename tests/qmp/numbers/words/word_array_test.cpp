@@ -15,7 +15,6 @@ namespace {
 
 template <typename W>
 class WordArrayTest : public ::testing::Test {};
-using WordTypes = ::testing::Types<uint32_t, uint64_t>;
 TYPED_TEST_SUITE(WordArrayTest, WordTypes);
 
 const uint64_t kLengths[] = {0, 1, 2, 3, 4, 5, 7, 8, 9, 33, 100, 999, 1000, 1003};
