@@ -66,7 +66,7 @@ uint64_t splitmix(uint64_t& s) {
 void crossover() {
     using namespace qmp;
     const FFTv4 fft;
-    for (uint64_t n : {256, 384, 512, 768, 1024, 1536, 2048, 3072, 4096, 6144, 8192, 12288, 16384}) {
+    for (uint64_t n : {96, 128, 160, 192, 224, 256, 384, 512, 768, 1024, 1536, 2048, 3072, 4096, 6144, 8192, 12288, 16384}) {
         std::vector<uint64_t> A(n), B(n), C(2 * n);
         uint64_t s = n;
         for (auto& w : A) w = splitmix(s);

@@ -1,6 +1,6 @@
 // The AVX2 + FMA kernels (the x86-64-v3 baseline): 4-lane vectors, a block is two vectors of re
-// and two of im. In-block levels: half 4 pairs the two vectors; halves 2 and 1 pair lanes inside
-// a vector (vperm2f128 / vunpck) with the sign of the lower/upper butterfly output in a mask.
+// and two of im. In-block levels: half 4 pairs the two vectors; halves 2 and 1 regroup the block
+// with vperm2f128 / vunpck so that each level is a vertical butterfly (see inblock_forward).
 #include "qmp/multiply/fft/kernel_set.h"
 
 #include <immintrin.h>
@@ -36,72 +36,69 @@ struct Avx2Traits {
         return _mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x50);
     }
 
+    // The two vectors of a block hold points 0-3 and 4-7. Half 4 pairs them directly. For
+    // halves 2 and 1 the block is regrouped so that every pair sits in two registers at the same
+    // lane, and each level is one vertical butterfly with a lane vector of twiddles:
+    //   half 2:  A = [p0 p1 p4 p5], B = [p2 p3 p6 p7]      (vperm2f128), twiddles slots 1 1 2 2
+    //   half 1:  C = [p0 p2 p4 p6], D = [p1 p3 p5 p7]      (vunpck),     twiddles slots 3 4 5 6
+    // and back with the same two shuffles. 16 shuffles per block, one complex multiply per level.
+    static inline void regroup_in(V x0, V x1, V& a, V& b) {
+        a = _mm256_permute2f128_pd(x0, x1, 0x20);
+        b = _mm256_permute2f128_pd(x0, x1, 0x31);
+    }
+    static inline void butterfly(V& ar, V& ai, V& br, V& bi, V sr, V si) {
+        V tr, ti;
+        twiddle(tr, ti, br, bi, sr, si);
+        br = sub(ar, tr);
+        bi = sub(ai, ti);
+        ar = add(ar, tr);
+        ai = add(ai, ti);
+    }
+    static inline void ibutterfly(V& ar, V& ai, V& br, V& bi, V sr, V si) {
+        V dr, di;
+        twiddle_conj(dr, di, sub(ar, br), sub(ai, bi), sr, si);
+        ar = add(ar, br);
+        ai = add(ai, bi);
+        br = dr;
+        bi = di;
+    }
+
     __attribute__((always_inline)) static inline void inblock_forward(Block& x, const Block& rec) {
         V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
-        V tr, ti;
-        twiddle(tr, ti, r1, i1, bc(rec.re[0]), bc(rec.im[0]));
-        r1 = sub(r0, tr);
-        i1 = sub(i0, ti);
-        r0 = add(r0, tr);
-        i0 = add(i0, ti);
-
-        const V sign2 = _mm256_set_pd(-0.0, -0.0, 0.0, 0.0);
-        const V sign1 = _mm256_set_pd(-0.0, 0.0, -0.0, 0.0);
-        auto half2 = [&](V& r, V& i, int slot) {
-            const V ur = _mm256_permute2f128_pd(r, r, 0x00), ui = _mm256_permute2f128_pd(i, i, 0x00);
-            const V vr = _mm256_permute2f128_pd(r, r, 0x11), vi = _mm256_permute2f128_pd(i, i, 0x11);
-            V a, b;
-            twiddle(a, b, vr, vi, bc(rec.re[slot]), bc(rec.im[slot]));
-            r = add(ur, _mm256_xor_pd(a, sign2));
-            i = add(ui, _mm256_xor_pd(b, sign2));
-        };
-        half2(r0, i0, 1);
-        half2(r1, i1, 2);
-        auto half1 = [&](V& r, V& i, int slot) {
-            const V ur = _mm256_unpacklo_pd(r, r), ui = _mm256_unpacklo_pd(i, i);
-            const V vr = _mm256_unpackhi_pd(r, r), vi = _mm256_unpackhi_pd(i, i);
-            V a, b;
-            twiddle(a, b, vr, vi, pair_lanes(rec.re + slot), pair_lanes(rec.im + slot));
-            r = add(ur, _mm256_xor_pd(a, sign1));
-            i = add(ui, _mm256_xor_pd(b, sign1));
-        };
-        half1(r0, i0, 3);
-        half1(r1, i1, 5);
-        st(x.re, r0);
-        st(x.re + 4, r1);
-        st(x.im, i0);
-        st(x.im + 4, i1);
+        butterfly(r0, i0, r1, i1, bc(rec.re[0]), bc(rec.im[0]));
+        V ar, br, ai, bi;
+        regroup_in(r0, r1, ar, br);
+        regroup_in(i0, i1, ai, bi);
+        butterfly(ar, ai, br, bi, pair_lanes(rec.re + 1), pair_lanes(rec.im + 1));
+        V cr = _mm256_unpacklo_pd(ar, br), dr = _mm256_unpackhi_pd(ar, br);
+        V ci = _mm256_unpacklo_pd(ai, bi), di = _mm256_unpackhi_pd(ai, bi);
+        butterfly(cr, ci, dr, di, _mm256_loadu_pd(rec.re + 3), _mm256_loadu_pd(rec.im + 3));
+        const V er = _mm256_unpacklo_pd(cr, dr), fr = _mm256_unpackhi_pd(cr, dr);
+        const V ei = _mm256_unpacklo_pd(ci, di), fi = _mm256_unpackhi_pd(ci, di);
+        st(x.re, _mm256_permute2f128_pd(er, fr, 0x20));
+        st(x.re + 4, _mm256_permute2f128_pd(er, fr, 0x31));
+        st(x.im, _mm256_permute2f128_pd(ei, fi, 0x20));
+        st(x.im + 4, _mm256_permute2f128_pd(ei, fi, 0x31));
     }
 
     __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const Block& rec) {
-        V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
-        auto half1 = [&](V& r, V& i, int slot) {
-            const V ur = _mm256_unpacklo_pd(r, r), ui = _mm256_unpacklo_pd(i, i);
-            const V vr = _mm256_unpackhi_pd(r, r), vi = _mm256_unpackhi_pd(i, i);
-            V dr, di;
-            twiddle_conj(dr, di, sub(ur, vr), sub(ui, vi), pair_lanes(rec.re + slot),
-                         pair_lanes(rec.im + slot));
-            r = _mm256_blend_pd(add(ur, vr), dr, 0b1010);
-            i = _mm256_blend_pd(add(ui, vi), di, 0b1010);
-        };
-        half1(r0, i0, 3);
-        half1(r1, i1, 5);
-        auto half2 = [&](V& r, V& i, int slot) {
-            const V ur = _mm256_permute2f128_pd(r, r, 0x00), ui = _mm256_permute2f128_pd(i, i, 0x00);
-            const V vr = _mm256_permute2f128_pd(r, r, 0x11), vi = _mm256_permute2f128_pd(i, i, 0x11);
-            V dr, di;
-            twiddle_conj(dr, di, sub(ur, vr), sub(ui, vi), bc(rec.re[slot]), bc(rec.im[slot]));
-            r = _mm256_blend_pd(add(ur, vr), dr, 0b1100);
-            i = _mm256_blend_pd(add(ui, vi), di, 0b1100);
-        };
-        half2(r0, i0, 1);
-        half2(r1, i1, 2);
-        V dr, di;
-        twiddle_conj(dr, di, sub(r0, r1), sub(i0, i1), bc(rec.re[0]), bc(rec.im[0]));
-        st(x.re, add(r0, r1));
-        st(x.im, add(i0, i1));
-        st(x.re + 4, dr);
-        st(x.im + 4, di);
+        const V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
+        V er, fr, ei, fi;
+        regroup_in(r0, r1, er, fr);
+        regroup_in(i0, i1, ei, fi);
+        V cr = _mm256_unpacklo_pd(er, fr), dr = _mm256_unpackhi_pd(er, fr);
+        V ci = _mm256_unpacklo_pd(ei, fi), di = _mm256_unpackhi_pd(ei, fi);
+        ibutterfly(cr, ci, dr, di, _mm256_loadu_pd(rec.re + 3), _mm256_loadu_pd(rec.im + 3));
+        V ar = _mm256_unpacklo_pd(cr, dr), br = _mm256_unpackhi_pd(cr, dr);
+        V ai = _mm256_unpacklo_pd(ci, di), bi = _mm256_unpackhi_pd(ci, di);
+        ibutterfly(ar, ai, br, bi, pair_lanes(rec.re + 1), pair_lanes(rec.im + 1));
+        V x0r = _mm256_permute2f128_pd(ar, br, 0x20), x1r = _mm256_permute2f128_pd(ar, br, 0x31);
+        V x0i = _mm256_permute2f128_pd(ai, bi, 0x20), x1i = _mm256_permute2f128_pd(ai, bi, 0x31);
+        ibutterfly(x0r, x0i, x1r, x1i, bc(rec.re[0]), bc(rec.im[0]));
+        st(x.re, x0r);
+        st(x.re + 4, x1r);
+        st(x.im, x0i);
+        st(x.im + 4, x1i);
     }
 };
 

@@ -181,45 +181,70 @@ struct Wide<uint64_t> { using type = unsigned __int128; };
 
 }  // namespace detail
 
-// r[0, n) = a[0, n) * x; returns the high word. r may equal a.
+namespace detail {
+
+// One multiply-accumulate step: r = low(a*x + add + c), c = high(...). The sum cannot overflow
+// two words: (2^w - 1)^2 + 2 (2^w - 1) = 2^(2w) - 1.
+template <typename W>
+inline W mac_step(W a, W x, W add, W& c) {
+    using D = typename Wide<W>::type;
+    const D p = D(a) * x + add + c;
+    c = W(p >> word_bits_v<W>);
+    return W(p);
+}
+
+}  // namespace detail
+
+// r[0, n) = a[0, n) * x; returns the high word. r may equal a. The loops are unrolled by 4 so
+// that the loads and multiplies of a group issue ahead of the carry chain.
 template <typename W>
 inline W mul_1(W* r, const W* a, uint64_t n, W x) {
-    using D = typename detail::Wide<W>::type;
     W c = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-        const D p = D(a[i]) * x + c;
-        r[i] = W(p);
-        c = W(p >> word_bits_v<W>);
+    uint64_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        r[i] = detail::mac_step(a[i], x, W(0), c);
+        r[i + 1] = detail::mac_step(a[i + 1], x, W(0), c);
+        r[i + 2] = detail::mac_step(a[i + 2], x, W(0), c);
+        r[i + 3] = detail::mac_step(a[i + 3], x, W(0), c);
     }
+    for (; i < n; ++i) r[i] = detail::mac_step(a[i], x, W(0), c);
     return c;
 }
 
 // r[0, n) += a[0, n) * x; returns the carry word. r may equal a.
 template <typename W>
 inline W addmul_1(W* r, const W* a, uint64_t n, W x) {
-    using D = typename detail::Wide<W>::type;
     W c = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-        // a*x + r + c < 2^(2w): (2^w - 1)^2 + 2 (2^w - 1) = 2^(2w) - 1.
-        const D p = D(a[i]) * x + r[i] + c;
-        r[i] = W(p);
-        c = W(p >> word_bits_v<W>);
+    uint64_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        r[i] = detail::mac_step(a[i], x, r[i], c);
+        r[i + 1] = detail::mac_step(a[i + 1], x, r[i + 1], c);
+        r[i + 2] = detail::mac_step(a[i + 2], x, r[i + 2], c);
+        r[i + 3] = detail::mac_step(a[i + 3], x, r[i + 3], c);
     }
+    for (; i < n; ++i) r[i] = detail::mac_step(a[i], x, r[i], c);
     return c;
 }
 
 // r[0, n) -= a[0, n) * x; returns the borrow word (the amount still owed above the top).
 template <typename W>
 inline W submul_1(W* r, const W* a, uint64_t n, W x) {
-    using D = typename detail::Wide<W>::type;
+    // The high word of a*x + c is at most 2^w - 1, and then its low word is 0, so adding the
+    // borrow of the subtraction never overflows.
+    auto step = [x](W ai, W& ri, W& c) {
+        const W lo = detail::mac_step(ai, x, W(0), c);
+        c = W(c + W(ri < lo));
+        ri = W(ri - lo);
+    };
     W c = 0;
-    for (uint64_t i = 0; i < n; ++i) {
-        const D p = D(a[i]) * x + c;
-        const W lo = W(p);
-        const W ri = r[i];
-        r[i] = W(ri - lo);
-        c = W(p >> word_bits_v<W>) + W(ri < lo);
+    uint64_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        step(a[i], r[i], c);
+        step(a[i + 1], r[i + 1], c);
+        step(a[i + 2], r[i + 2], c);
+        step(a[i + 3], r[i + 3], c);
     }
+    for (; i < n; ++i) step(a[i], r[i], c);
     return c;
 }
 
