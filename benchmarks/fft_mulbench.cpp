@@ -2,7 +2,7 @@
 // ("words=N mul_s=T sqr_s=T": seconds per operation, best of 3 rounds of >= 50 ms each), plus
 // the transform chosen and the scratch bytes the algorithm asks for, and a per-phase split of
 // one product (split, forward, pointwise, inverse, release) with --phases.
-//   fft_mulbench WORDS [THREADS] [--phases] [--cpu]
+//   fft_mulbench WORDS [THREADS] [--phases] [--cpu] [--thp]
 //   fft_mulbench --crossover [--cpu]   FFTv4 against Basecase + Karatsuba, 256..16384 words
 // THREADS > 1 runs through the push-pool framework with tds = THREADS. --cpu times by the
 // process's CPU clock instead of the wall clock: on a shared, loaded machine the wall clock
@@ -116,8 +116,19 @@ int main(int argc, char** argv) {
         for (auto& w : A) w = splitmix(s);
         for (auto& w : B) w = splitmix(s);
         const uint64_t bytes = fft.multiply_buffer_bytes(2 * n);
-        std::vector<char> scratch(bytes);
-        std::memset(scratch.data(), 0, bytes);
+        // The scratch is the caller's: allocated once, advised for huge pages (--thp) before
+        // its first touch, as a job's working buffer would be.
+        bool thp = false;
+        for (int i = 2; i < argc; ++i) thp |= std::strcmp(argv[i], "--thp") == 0;
+        const uint64_t alloc_bytes = (bytes + (uint64_t(2) << 20) - 1) & ~((uint64_t(2) << 20) - 1);
+        std::unique_ptr<char, void (*)(void*)> scratch_memory(
+            static_cast<char*>(std::aligned_alloc(uint64_t(2) << 20, alloc_bytes)), std::free);
+        if (thp) fft::advise_huge_pages(scratch_memory.get(), alloc_bytes);
+        std::memset(scratch_memory.get(), 0, alloc_bytes);
+        struct {
+            char* p;
+            char* data() { return p; }
+        } scratch{scratch_memory.get()};
         const double mul = time_best([&] {
             fft.multiply(C.data(), A.data(), n, B.data(), n, scratch.data(), bytes, context);
         });

@@ -5,14 +5,17 @@
 //     SEED: operands are splitmix64 outputs from SEED, a's N words then b's N words, least
 //           significant first; the line then adds "product_mod_M61=R square_mod_M61=R"
 //           (a*b and a*a modulo 2^61 - 1), so results can be compared with another program.
-//     THREADS: accepted for the parallel frameworks; the current algorithms run on one thread.
-//   qmp_mulbench --tune   measures the basecase/Karatsuba cross-overs on this machine.
+//     THREADS: above 1, products get a "pushpool" framework of that many workers and a task
+//              decomposition of THREADS (algorithms that split their work use it; BKT does not).
+//   qmp_mulbench --bkt WORDS [THREADS] [SEED]   the same with a table of "BKT" alone.
+//   qmp_mulbench --tune   measures the basecase/Karatsuba/Toom-3 cross-overs on this machine.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,6 +29,7 @@
 #include "qmp/multiply/multiply.h"
 #include "qmp/multiply/tuning_profile.h"
 #include "qmp/numbers/words/mod_m61.h"
+#include "qmp/parallel/parallel_framework.h"
 
 namespace {
 
@@ -157,8 +161,14 @@ int tune() {
     return 0;
 }
 
-int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed) {
-    (void)threads;
+int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed, bool bkt_only) {
+    std::unique_ptr<qmp::ParallelFramework> framework;
+    if (threads > 1) {
+        qmp::ConfigObject settings = qmp::find_parallel_framework("pushpool").default_config();
+        settings.get("WorkerThreads", "qmp_mulbench") = qmp::ConfigObject::make_integer(int64_t(threads));
+        framework = qmp::make_parallel_framework(settings);
+    }
+    qmp::Parallelizer* parallelizer = framework.get();
     std::vector<uint64_t> a(n), b(n), c(2 * n);
     if (seeded) {
         SplitMix64 rng{seed};
@@ -174,7 +184,8 @@ int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed) {
 
     qmp::AlgorithmRegistry registry;
     qmp::register_builtin_algorithms(registry);
-    qmp::AlgorithmTableB table = qmp::make_default_table(registry);
+    qmp::AlgorithmTableB table = bkt_only ? qmp::AlgorithmTableB(registry, {{std::max<uint64_t>(2 * n, 64), "BKT", {}}})
+                                          : qmp::make_default_table(registry);
     if (2 * n > table.max_product_words()) {
         std::printf("This test size is beyond the limit of the current algorithm.\n");
         std::printf("Reverting to default algorithm...\n");
@@ -184,11 +195,12 @@ int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed) {
     Scratch sqr_scratch(qmp::square_scratch_bytes(table, n));
 
     const double mul_s = time_best([&] {
-        qmp::multiply(table, c.data(), a.data(), n, b.data(), n, mul_scratch.data(), mul_scratch.bytes);
+        qmp::multiply(table, c.data(), a.data(), n, b.data(), n, mul_scratch.data(), mul_scratch.bytes,
+                      parallelizer, threads);
     });
     const uint64_t product_mod = qmp::mod_m61(c.data(), 2 * n);
     const double sqr_s = time_best([&] {
-        qmp::square(table, c.data(), a.data(), n, sqr_scratch.data(), sqr_scratch.bytes);
+        qmp::square(table, c.data(), a.data(), n, sqr_scratch.data(), sqr_scratch.bytes, parallelizer, threads);
     });
     const uint64_t square_mod = qmp::mod_m61(c.data(), 2 * n);
 
@@ -211,14 +223,20 @@ bool parse_u64(const char* text, uint64_t& value) {
 int main(int argc, char** argv) {
     try {
         if (argc == 2 && std::strcmp(argv[1], "--tune") == 0) return tune();
+        const bool bkt_only = argc > 1 && std::strcmp(argv[1], "--bkt") == 0;
+        if (bkt_only) {
+            --argc;
+            ++argv;
+        }
         uint64_t n = 0, threads = 1, seed = 0;
         if (argc < 2 || argc > 4 || !parse_u64(argv[1], n) || n == 0 ||
             (argc > 2 && (!parse_u64(argv[2], threads) || threads == 0)) ||
             (argc > 3 && !parse_u64(argv[3], seed))) {
-            std::fprintf(stderr, "usage: qmp_mulbench WORDS [THREADS] [SEED]\n       qmp_mulbench --tune\n");
+            std::fprintf(stderr,
+                         "usage: qmp_mulbench [--bkt] WORDS [THREADS] [SEED]\n       qmp_mulbench --tune\n");
             return 2;
         }
-        return bench(n, threads, argc > 3, seed);
+        return bench(n, threads, argc > 3, seed, bkt_only);
     } catch (const qmp::Exception& e) {
         e.print();
         return 1;

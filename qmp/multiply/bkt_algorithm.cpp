@@ -14,10 +14,10 @@ namespace qmp {
 // gains ~5 % at 600 words), so the exact values matter little.
 KaratsubaThresholds default_karatsuba_thresholds() {
     KaratsubaThresholds t;
-    t.mul_min_words = 24;
-    t.sqr_min_words = 68;
-    t.toom3_mul_min_words = 204;
-    t.toom3_sqr_min_words = 300;
+    t.mul_min_words = 32;
+    t.sqr_min_words = 72;
+    t.toom3_mul_min_words = 360;
+    t.toom3_sqr_min_words = 456;
     return t;
 }
 

@@ -1,6 +1,7 @@
-// "BKT" (Basecase + Karatsuba): the table algorithm for small and medium products. It serves
-// any operand shape up to its largest product and recurses only into itself, never through the
-// table, so its buffer need is its own. Parameter table (checked by assert_valid()):
+// "BKT" (Basecase + Karatsuba, with Toom-3 above its threshold): the table algorithm for small
+// and medium products. It serves any operand shape up to its largest product, recurses only
+// into itself, never through the table, so its buffer need is its own, and runs on the calling
+// thread (it ignores the context's parallelizer). Parameter table (checked by assert_valid()):
 //   entry 0:   thresholds for products, in words: Karatsuba at least 2, Toom-3 not below it;
 //   entry 1:   largest product served, in words (at least twice the Karatsuba threshold);
 //   entry 2.0: thresholds for squares: Karatsuba at least 2, Toom-3 not below it.

@@ -6,6 +6,10 @@
 // The points buffer takes each operand's split in turn and finally the inverse transform, so a
 // product holds 3 operand-sized arrays and a square 2. With the retry enabled the need is the
 // larger of this size and the next one up, so that a redo always has room.
+// Huge pages are not requested here: madvise(MADV_HUGEPAGE) on a scratch that is already
+// populated made 4M-word products 2-3x slower on the measuring machine (THP defrag "madvise"),
+// so the owner of the working buffer advises it once, before first touch
+// (fft::advise_huge_pages()).
 #include "qmp/multiply/fft/fftv4.h"
 
 #include "qmp/console.h"
@@ -28,8 +32,6 @@ namespace {
 
 // Transform scratch is sized for this many tasks (the plans never allow more).
 constexpr uint64_t kMaxTds = 256;
-// Buffers at least this large are worth transparent huge pages (column passes walk them).
-constexpr uint64_t kHugePageMinBytes = uint64_t(8) << 20;
 
 std::atomic<uint64_t> g_retries{0};
 std::atomic<FFTv4::FaultInjector> g_fault_injector{nullptr};
@@ -192,7 +194,6 @@ double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uin
     const bool square = B == nullptr;
     const Layout l = layout(size, square);
     char* base = align_pointer(scratch);
-    if (l.total_bytes >= kHugePageMinBytes) fft::advise_huge_pages(base, l.total_bytes - 128);
     auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work_a = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     auto* work_b = reinterpret_cast<fft::Block*>(base + l.points_bytes + l.work_bytes);

@@ -9,13 +9,16 @@
 // zero: the top range keeps it in the window and reports an overrun if it does not.
 #include "qmp/multiply/fft/release.h"
 
+#include "qmp/exception.h"
 #include "qmp/parallel/parallelizer.h"
 
 #include <immintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace qmp::fft {
 namespace {
@@ -23,18 +26,6 @@ namespace {
 constexpr uint64_t kMaxChunks = 64;
 constexpr uint64_t kMinChunkCoefficients = 8192;
 constexpr double kCastLimit = 4611686018427387904.0;  // 2^62
-
-// Round to nearest, ties to even, in one instruction (std::nearbyint goes through the library
-// and its floating-point environment, ~10x slower).
-inline double round_nearest(double x) {
-    return _mm_cvtsd_f64(_mm_round_sd(_mm_setzero_pd(), _mm_set_sd(x), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC));
-}
-
-inline double coefficient(const double* p, uint64_t n, uint64_t j) {
-    if (j < n) return p[(j >> 3) * 16 + (j & 7)];
-    j -= n;
-    return p[(j >> 3) * 16 + 8 + (j & 7)];
-}
 
 struct ChunkResult {
     double max_distance;
@@ -61,26 +52,53 @@ inline void round_group(const double* src, int64_t* c, __m256d& max_distance, __
     for (int k = 0; k < 8; ++k) c[k] = static_cast<int64_t>(rounded[k]);
 }
 
+// 64 rounded coefficients of B bits starting on a word boundary are exactly B words. With B a
+// constant every shift and every word emission is known at compile time: the loop unrolls into
+// a chain of 128-bit shift-adds with a store after every 64/B coefficients. `acc` carries the
+// value above the last word written, in units of the next word.
+template <int B, int... K>
+inline void release_group(const int64_t* c, __int128& acc, uint64_t* out, std::integer_sequence<int, K...>) {
+    (((K > 0 && (K * B) / 64 != ((K > 0 ? K - 1 : 0) * B) / 64)
+          ? (void)(out[(K * B) / 64 - 1] = static_cast<uint64_t>(acc), acc >>= 64)
+          : (void)0,
+      acc += static_cast<__int128>(c[K]) << ((K * B) % 64)),
+     ...);
+    for (int w = (63 * B) / 64; w < B; ++w) {
+        out[w] = static_cast<uint64_t>(acc);
+        acc >>= 64;
+    }
+}
+
 // Rounds coefficients [j0, j1) (j0 a multiple of 64) and writes words [j0 b / 64, word_end).
-// The top chunk has word_end = CL and may hold coefficients whose bits lie above it.
-ChunkResult release_chunk(const double* p, uint64_t n, int bits, uint64_t j0, uint64_t j1,
-                          uint64_t* C, uint64_t word_end) {
+// The top chunk has word_end = CL and may hold coefficients whose bits lie above it; whole
+// groups of 64 whose words lie below word_end take the unrolled path, the rest the general one.
+template <int B>
+ChunkResult release_chunk(const double* p, uint64_t n, uint64_t j0, uint64_t j1, uint64_t* C,
+                          uint64_t word_end) {
+    constexpr int bits = B;
     ChunkResult r{0.0, 0, false, 0};
     __m256d max_distance = _mm256_setzero_pd(), bad = _mm256_setzero_pd();
     uint64_t word = j0 * bits / 64;
     __int128 acc = 0;
+    uint64_t j = j0;
+    // Whole groups: 64 coefficients on one side (always so for transform sizes, where n is a
+    // multiple of 64), B words.
+    for (; j + 64 <= j1 && word + B <= word_end && (j < n) == (j + 63 < n); j += 64, word += B) {
+        const uint64_t i = j < n ? j : j - n;
+        const double* src = p + (i >> 3) * 16 + (j < n ? 0 : 8);
+        alignas(32) int64_t c[64];
+        for (int g = 0; g < 8; ++g) round_group(src + 16 * g, c + 8 * g, max_distance, bad);
+        release_group<B>(c, acc, C + word, std::make_integer_sequence<int, 64>{});
+    }
     uint64_t shift = 0;  // bit position of coefficient j relative to `word`
-    for (uint64_t j = j0; j < j1; j += 8) {
+    for (; j < j1; j += 8) {
         // n is a multiple of 8, so a group of 8 lies on one side.
         const uint64_t i = j < n ? j : j - n;
         const double* src = p + (i >> 3) * 16 + (j < n ? 0 : 8);
         int64_t c[8];
         round_group(src, c, max_distance, bad);
+        // Past j1 the lanes belong to the caller's zero check, not to this sum.
         const uint64_t g = std::min<uint64_t>(8, j1 - j);
-        if (g < 8) {
-            // Past j1 the lanes belong to the zero check of the caller, not to this sum.
-            for (uint64_t k = g; k < 8; ++k) c[k] = 0;
-        }
         for (uint64_t k = 0; k < g; ++k, shift += bits) {
             while (shift >= 64 && word < word_end) {
                 C[word++] = static_cast<uint64_t>(acc);
@@ -109,6 +127,38 @@ ChunkResult release_chunk(const double* p, uint64_t n, int bits, uint64_t j0, ui
     if (_mm256_movemask_pd(bad) != 0) r.max_distance = std::numeric_limits<double>::infinity();
     return r;
 }
+
+// Coefficients [t0, t1) above the product must round to zero; reports their distances.
+ChunkResult tail_check(const double* p, uint64_t n, int bits, uint64_t t0, uint64_t t1) {
+    ChunkResult r{0.0, 0, false, 0};
+    __m256d max_distance = _mm256_setzero_pd(), bad = _mm256_setzero_pd();
+    for (uint64_t j = t0 & ~uint64_t(7); j < t1; j += 8) {
+        const uint64_t i = j < n ? j : j - n;
+        int64_t c[8];
+        round_group(p + (i >> 3) * 16 + (j < n ? 0 : 8), c, max_distance, bad);
+        for (uint64_t k = 0; k < 8; ++k) {
+            if (j + k >= t0 && j + k < t1 && c[k] != 0 && !r.overrun) {
+                r.overrun = true;
+                r.overrun_index = (j + k) * bits / 64;
+            }
+        }
+    }
+    double lanes[4];
+    _mm256_storeu_pd(lanes, max_distance);
+    r.max_distance = std::max(std::max(lanes[0], lanes[1]), std::max(lanes[2], lanes[3]));
+    if (_mm256_movemask_pd(bad) != 0) r.max_distance = std::numeric_limits<double>::infinity();
+    return r;
+}
+
+using ChunkFunction = ChunkResult (*)(const double*, uint64_t, uint64_t, uint64_t, uint64_t*, uint64_t);
+
+template <int... B>
+constexpr std::array<ChunkFunction, sizeof...(B)> chunk_functions(std::integer_sequence<int, B...>) {
+    return {&release_chunk<B + 1>...};
+}
+// Indexed by bits - 1, bits = 1 .. kMaxBits.
+constexpr int kMaxBits = 24;
+constexpr auto kChunkFunctions = chunk_functions(std::make_integer_sequence<int, kMaxBits>{});
 
 }  // namespace
 
@@ -140,30 +190,38 @@ ReleaseStatus release_points(const Block* points, uint64_t n_complex, int bits,
     if (chunks == 0) begin[chunks++] = 0;
     begin[chunks] = J;  // the last range ends at J
 
-    ChunkResult results[kMaxChunks];
+    if (bits < 1 || bits > kMaxBits)
+        throw InvalidParametersException("FFTv4::store()", "Bits per point is out of range.");
+    const ChunkFunction release_one = kChunkFunctions[bits - 1];
+    // Tail ranges (above J, must be zero): a few tasks of whole 8-point groups.
+    const uint64_t tail_tasks = J < 2 * n ? std::min<uint64_t>(std::max<uint64_t>(1, tds), kMaxChunks) : 0;
+    const uint64_t tail_step = ((2 * n - J) / std::max<uint64_t>(1, tail_tasks) + 8) & ~uint64_t(7);
+    ChunkResult results[2 * kMaxChunks];
     auto word_begin = [&](uint64_t i) { return begin[i] * bits / 64; };
     auto task = [&](uint64_t i) {
+        if (i >= chunks) {
+            const uint64_t t0 = J + (i - chunks) * tail_step;
+            results[i] = tail_check(p, n, bits, std::min(t0, 2 * n), std::min(t0 + tail_step, 2 * n));
+            return;
+        }
         const bool top = i + 1 == chunks;
         const uint64_t word_end = top ? CL : word_begin(i + 1);
-        results[i] = release_chunk(p, n, bits, begin[i], top ? J : begin[i + 1], C, word_end);
+        results[i] = release_one(p, n, begin[i], top ? J : begin[i + 1], C, word_end);
     };
-    if (parallelizer != nullptr && tds > 1 && chunks > 1) {
-        parallelizer->run(chunks, task);
+    const uint64_t task_count = chunks + tail_tasks;
+    if (parallelizer != nullptr && tds > 1 && task_count > 1) {
+        parallelizer->run(task_count, task);
     } else {
-        for (uint64_t i = 0; i < chunks; ++i) task(i);
+        for (uint64_t i = 0; i < task_count; ++i) task(i);
     }
 
-    // Coefficients above J belong to no product word: they must round to zero.
     ReleaseStatus status;
-    for (uint64_t j = J; j < 2 * n; ++j) {
-        const double x = coefficient(p, n, j);
-        const double rounded = round_nearest(x);
-        double distance = std::fabs(x - rounded);
-        if (!(std::fabs(x) < kCastLimit)) distance = std::numeric_limits<double>::infinity();
-        if (!(distance <= status.max_distance)) status.max_distance = distance;
-        if (rounded != 0.0 && !status.overrun) {
+    for (uint64_t i = chunks; i < task_count; ++i) {
+        const ChunkResult& r = results[i];
+        if (!(r.max_distance <= status.max_distance)) status.max_distance = r.max_distance;
+        if (r.overrun && !status.overrun) {
             status.overrun = true;
-            status.overrun_index = j * bits / 64;
+            status.overrun_index = r.overrun_index;
         }
     }
 

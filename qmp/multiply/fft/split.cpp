@@ -17,6 +17,8 @@
 #include "qmp/parallel/parallelizer.h"
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 namespace qmp::fft {
 namespace {
@@ -68,14 +70,25 @@ inline uint64_t step(const DigitContext& c, uint64_t t, uint64_t carry, int64_t&
     return carry_out;
 }
 
-// Digits [t0, t1) with carry-in 0; returns the carry out. [t0, t1) lies on one side of n.
-// Groups of 64 digits: the thresholds and raw fields are formed first (independent, so they
-// vectorise and pipeline), then the short carry chain runs over them.
-template <DigitMode kMode>
+// The 64 raw B-bit fields of words w[0, B]: with B a constant every word index and shift is
+// known at compile time (64 fields of B bits are exactly B words).
+template <int B, int... K>
+inline void extract_group(const uint64_t* w, uint64_t* raw, std::integer_sequence<int, K...>) {
+    constexpr uint64_t mask = (uint64_t(1) << B) - 1;
+    ((raw[K] = (((K * B) % 64 + B > 64) ? (w[(K * B) / 64] >> ((K * B) % 64)) |
+                                              (w[(K * B) / 64 + 1] << ((64 - (K * B) % 64) % 64))
+                                        : (w[(K * B) / 64] >> ((K * B) % 64))) &
+               mask),
+     ...);
+}
+
+// Digits [t0, t1) with carry-in 0; returns the carry out. [t0, t1) lies on one side of n. Groups of 64 digits: the thresholds and raw fields are formed first
+// (independent, so they vectorise and pipeline), then the short carry chain runs over them.
+template <DigitMode kMode, int B>
 uint64_t run_chunk(const DigitContext& c, uint64_t t0, uint64_t t1) {
     constexpr uint64_t G = 64;
-    const int bits = c.bits;
-    const uint64_t mask = (uint64_t(1) << bits) - 1;
+    constexpr int bits = B;
+    constexpr uint64_t mask = (uint64_t(1) << bits) - 1;
     const uint64_t side_offset = t0 < c.n ? 0 : c.n;
     double* side = c.out + (t0 < c.n ? 0 : 8);
     const uint32_t seed = static_cast<uint32_t>(c.seed);
@@ -96,19 +109,32 @@ uint64_t run_chunk(const DigitContext& c, uint64_t t0, uint64_t t1) {
                 r[i] = h >> (32 - bits);
             }
         }
-        const uint64_t last_word = ((t + g) * bits + 63) / 64;
-        if (last_word + 1 < c.AL) {
-            // Every field and the word above it exist: no bounds checks.
-            uint64_t bit = t * bits;
-            for (uint64_t i = 0; i < g; ++i, bit += bits) {
-                const uint64_t w = bit >> 6;
-                const unsigned sh = static_cast<unsigned>(bit & 63);
-                raw[i] = ((c.A[w] >> sh) | ((c.A[w + 1] << 1) << (63 - sh))) & mask;
-            }
+        // The unrolled extraction needs the group to start on a word boundary (t a multiple of
+        // 64; always so for transform sizes, where n is a multiple of 64).
+        const uint64_t first_word = t * bits / 64;
+        if (g == G && (t & 63) == 0 && first_word + B + 1 <= c.AL) {
+            extract_group<B>(c.A + first_word, raw, std::make_integer_sequence<int, 64>{});
         } else {
             for (uint64_t i = 0; i < g; ++i) raw[i] = raw_digit(c.A, c.AL, t + i, bits, mask);
         }
         double* out = side + ((t - side_offset) >> 3) * 16;
+        if (g == G) {
+            // The carry chain alone is serial; digits and conversions then run as vectors.
+            int32_t carry_in[G], carry_out[G];
+            for (uint64_t i = 0; i < G; ++i) {
+                carry_in[i] = static_cast<int32_t>(carry);
+                carry = next_carry<kMode>(raw[i] + carry, r[i], bits);
+                carry_out[i] = static_cast<int32_t>(carry);
+            }
+            for (uint64_t block = 0; block < G / 8; ++block) {
+                for (uint64_t l = 0; l < 8; ++l) {
+                    const uint64_t i = block * 8 + l;
+                    const int32_t d = static_cast<int32_t>(raw[i]) + carry_in[i] - (carry_out[i] << bits);
+                    out[block * 16 + l] = static_cast<double>(d);
+                }
+            }
+            continue;
+        }
         for (uint64_t i = 0; i < g; ++i) {
             const uint64_t u = raw[i] + carry;
             carry = next_carry<kMode>(u, r[i], bits);
@@ -118,6 +144,19 @@ uint64_t run_chunk(const DigitContext& c, uint64_t t0, uint64_t t1) {
     }
     return carry;
 }
+
+using RunFunction = uint64_t (*)(const DigitContext&, uint64_t, uint64_t);
+constexpr int kMaxBits = 24;
+
+template <DigitMode kMode, int... B>
+constexpr std::array<RunFunction, sizeof...(B)> run_functions(std::integer_sequence<int, B...>) {
+    return {&run_chunk<kMode, B + 1>...};
+}
+// Indexed by [mode][bits - 1].
+constexpr std::array<std::array<RunFunction, kMaxBits>, 3> kRunFunctions = {
+    run_functions<DigitMode::Dithered>(std::make_integer_sequence<int, kMaxBits>{}),
+    run_functions<DigitMode::Balanced>(std::make_integer_sequence<int, kMaxBits>{}),
+    run_functions<DigitMode::Unsigned>(std::make_integer_sequence<int, kMaxBits>{})};
 
 // Re-runs [t0, t1) with carry-in 1 beside the carry-0 chain until they agree; returns the true
 // carry out of the range.
@@ -135,12 +174,7 @@ uint64_t fix_chunk(const DigitContext& c, uint64_t t0, uint64_t t1, uint64_t old
 }
 
 uint64_t run_chunk_any(const DigitContext& c, uint64_t t0, uint64_t t1) {
-    switch (c.mode) {
-        case DigitMode::Unsigned: return run_chunk<DigitMode::Unsigned>(c, t0, t1);
-        case DigitMode::Balanced: return run_chunk<DigitMode::Balanced>(c, t0, t1);
-        case DigitMode::Dithered: break;
-    }
-    return run_chunk<DigitMode::Dithered>(c, t0, t1);
+    return kRunFunctions[static_cast<int>(c.mode)][c.bits - 1](c, t0, t1);
 }
 
 uint64_t fix_chunk_any(const DigitContext& c, uint64_t t0, uint64_t t1, uint64_t old_carry_out) {

@@ -113,13 +113,16 @@ inline void prefetch_blocks(const Block* b, uint64_t count, int for_write) {
     }
 }
 constexpr uint64_t kPrefetchRows = 4;
+// Super-rows of up to 2^4 rows (256 KiB: half of the smaller L2 of the machines we run on).
+constexpr int kSuperRowLevels = 4;
 }  // namespace
 
 // Four-step grid geometry. Rows of 128 blocks are grouped G = 2^s at a time into super-rows
-// (s <= 2) so that the column pass moves G adjacent blocks (512 bytes) per row instead of one:
-// DRAM and the TLB see 4x fewer, 4x longer strided accesses, and each column group's working set
-// (w * R * 128 bytes) is the same as a single column's would be with plain rows. The top s levels
-// of a super-row are then done in the row pass, on 2^s elements of 128 blocks (64 KiB: L2).
+// (s <= 4) so that the column pass moves G adjacent blocks (G * 128 bytes) per row instead of
+// one: DRAM and the TLB see G times fewer, longer strided accesses, and each column group's
+// working set (w * R * 128 bytes) is the same as a single column's would be with plain rows. The
+// top s levels of a super-row are done in the row pass, on 2^s elements of 128 blocks (<= 256
+// KiB: L2); a sub-transform of at most 2^4 rows is a single super-row (one sweep in L2).
 //   super-row pitch  P = 128*G + G blocks      (G padding blocks per super-row)
 //   column group g   blocks g*G .. g*G+G-1 of every super-row, physically contiguous
 void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uint64_t tds) const {
@@ -138,7 +141,7 @@ void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uin
         });
         return;
     }
-    const int s = log_r_ < 2 ? log_r_ : 2;
+    const int s = log_r_ < kSuperRowLevels ? log_r_ : kSuperRowLevels;
     const uint64_t group = uint64_t(1) << s, super_rows = uint64_t(1) << (log_r_ - s);
     const uint64_t super_blocks = kRowBlocks << s, super_pitch = super_blocks + group;
     run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
@@ -189,7 +192,7 @@ void TransformEngine::inverse(Block* work, Block* out, Parallelizer* p, uint64_t
         });
         return;
     }
-    const int s = log_r_ < 2 ? log_r_ : 2;
+    const int s = log_r_ < kSuperRowLevels ? log_r_ : kSuperRowLevels;
     const uint64_t group = uint64_t(1) << s, super_rows = uint64_t(1) << (log_r_ - s);
     const uint64_t super_blocks = kRowBlocks << s, super_pitch = super_blocks + group;
     run_split(p, tds, uint64_t(w_) * super_rows, [&](uint64_t b, uint64_t e) {

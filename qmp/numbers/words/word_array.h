@@ -39,7 +39,7 @@ inline W add_n(W* r, const W* a, const W* b, uint64_t n) {
     if constexpr (sizeof(W) == 8) {
         unsigned char c = 0;
         uint64_t i = 0;
-        for (; i + 4 <= n; i += 4) {
+        for (const uint64_t n4 = n & ~uint64_t(3); i < n4; i += 4) {
             // Load all inputs first so that r may alias a or b word for word.
             const uint64_t a0 = a[i], a1 = a[i + 1], a2 = a[i + 2], a3 = a[i + 3];
             const uint64_t b0 = b[i], b1 = b[i + 1], b2 = b[i + 2], b3 = b[i + 3];
@@ -68,7 +68,7 @@ inline W sub_n(W* r, const W* a, const W* b, uint64_t n) {
     if constexpr (sizeof(W) == 8) {
         unsigned char c = 0;
         uint64_t i = 0;
-        for (; i + 4 <= n; i += 4) {
+        for (const uint64_t n4 = n & ~uint64_t(3); i < n4; i += 4) {
             const uint64_t a0 = a[i], a1 = a[i + 1], a2 = a[i + 2], a3 = a[i + 3];
             const uint64_t b0 = b[i], b1 = b[i + 1], b2 = b[i + 2], b3 = b[i + 3];
             c = _subborrow_u64(c, a0, b0, detail::as_ull(r + i));
@@ -105,8 +105,8 @@ inline void fill_words(W* r, uint64_t n, W x) {
     for (uint64_t i = 0; i < n; ++i) r[i] = x;
 }
 
-// r[0, n) = a[0, n) + x; returns the carry (0 or 1). Stops touching words once the carry dies;
-// when r != a the untouched rest of a is copied.
+// r[0, n) = a[0, n) + x; returns the carry (0 or 1; x itself when n = 0). Stops touching words
+// once the carry dies; when r != a the untouched rest of a is copied.
 template <typename W>
 inline W add_1(W* r, const W* a, uint64_t n, W x) {
     uint64_t i = 0;
@@ -119,7 +119,7 @@ inline W add_1(W* r, const W* a, uint64_t n, W x) {
     return x;
 }
 
-// r[0, n) = a[0, n) - x; returns the borrow (0 or 1).
+// r[0, n) = a[0, n) - x; returns the borrow (0 or 1; x itself when n = 0).
 template <typename W>
 inline W sub_1(W* r, const W* a, uint64_t n, W x) {
     uint64_t i = 0;
@@ -201,7 +201,7 @@ template <typename W>
 inline W mul_1(W* r, const W* a, uint64_t n, W x) {
     W c = 0;
     uint64_t i = 0;
-    for (; i + 4 <= n; i += 4) {
+    for (const uint64_t n4 = n & ~uint64_t(3); i < n4; i += 4) {
         r[i] = detail::mac_step(a[i], x, W(0), c);
         r[i + 1] = detail::mac_step(a[i + 1], x, W(0), c);
         r[i + 2] = detail::mac_step(a[i + 2], x, W(0), c);
@@ -216,7 +216,7 @@ template <typename W>
 inline W addmul_1(W* r, const W* a, uint64_t n, W x) {
     W c = 0;
     uint64_t i = 0;
-    for (; i + 4 <= n; i += 4) {
+    for (const uint64_t n4 = n & ~uint64_t(3); i < n4; i += 4) {
         r[i] = detail::mac_step(a[i], x, r[i], c);
         r[i + 1] = detail::mac_step(a[i + 1], x, r[i + 1], c);
         r[i + 2] = detail::mac_step(a[i + 2], x, r[i + 2], c);
@@ -238,7 +238,7 @@ inline W submul_1(W* r, const W* a, uint64_t n, W x) {
     };
     W c = 0;
     uint64_t i = 0;
-    for (; i + 4 <= n; i += 4) {
+    for (const uint64_t n4 = n & ~uint64_t(3); i < n4; i += 4) {
         step(a[i], r[i], c);
         step(a[i + 1], r[i + 1], c);
         step(a[i + 2], r[i + 2], c);

@@ -93,6 +93,17 @@ TEST_F(MultiplyEntry, ShortBufferIsRefusedBeforeAnyWrite) {
         for (uint64_t w : C.contents()) ASSERT_EQ(w, Guarded::garbage);
         for (uint64_t w : S.contents()) ASSERT_EQ(w, Guarded::garbage);
     }
+    // The algorithm itself refuses a buffer below its published need, called without the table.
+    {
+        const BasicAlgorithm& bkt = table.get_algorithm(200);
+        const uint64_t need = bkt.multiply_buffer_bytes(200);
+        auto A = make_operand(rng, 100, Pattern::Random), B = make_operand(rng, 100, Pattern::Random);
+        Guarded C(200), S(need / 8);
+        EXPECT_THROW(bkt.multiply(C.data(), A.data(), 100, B.data(), 100, S.data(), need - 1, {}),
+                     BufferTooSmallException);
+        EXPECT_THROW(bkt.square(C.data(), A.data(), 100, S.data(), need - 1, {}), BufferTooSmallException);
+        for (uint64_t w : C.contents()) ASSERT_EQ(w, Guarded::garbage);
+    }
     const uint64_t sq = square_scratch_bytes(table, 200);
     Guarded C(400), S(sq / 8);
     auto A = make_operand(rng, 200, Pattern::Random);

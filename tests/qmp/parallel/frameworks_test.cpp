@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -29,6 +30,9 @@ struct FrameworkCase {
     const char* name;
     std::function<std::unique_ptr<ParallelFramework>()> make;
 };
+
+// Test listings show the case's name rather than its bytes.
+void PrintTo(const FrameworkCase& c, std::ostream* os) { *os << c.name; }
 
 std::vector<FrameworkCase> framework_cases() {
     using namespace qmp;

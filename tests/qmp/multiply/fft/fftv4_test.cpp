@@ -12,6 +12,7 @@
 #include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/limit_table.h"
 #include "qmp/parallel/cppasync_framework.h"
+#include "qmp/parallel/pushpool_framework.h"
 #include "tests/qmp/multiply/multiply_test_support.h"
 
 #include <gtest/gtest.h>
@@ -138,7 +139,7 @@ TEST(FFTv4, ExactAtEveryRowBoundary) { run_matrix(15, true); }
 
 TEST(FFTv4, ExactAtLargeRowBoundariesLong) {
     if (std::getenv("QMP_TEST_LONG") == nullptr) GTEST_SKIP() << "set QMP_TEST_LONG=1";
-    run_matrix(22, false);
+    run_matrix(21, false);
 }
 
 TEST(FFTv4, WorstInputsStayWithinTheMeasuredMargin) {
@@ -298,10 +299,12 @@ TEST(FFTv4, SameWordsForEveryFrameworkAndTaskCount) {
     const FFTv4 fft;
     SequentialParallelizer sequential;
     CppAsyncFramework async;
+    PushPoolFramework pool;
     const auto A = pattern(rng, 70000, 0), B = pattern(rng, 50000, 3);
     const auto reference = Product{fft, {nullptr, nullptr, 1}}(A, B);
     EXPECT_TRUE(residues_match(A, B, reference));
-    for (Parallelizer* p : {static_cast<Parallelizer*>(&sequential), static_cast<Parallelizer*>(&async)}) {
+    for (Parallelizer* p : {static_cast<Parallelizer*>(&sequential), static_cast<Parallelizer*>(&async),
+                            static_cast<Parallelizer*>(&pool)}) {
         for (uint64_t tds : {2, 3, 8}) {
             EXPECT_EQ(Product(fft, {nullptr, p, tds})(A, B), reference) << p->description() << " tds=" << tds;
         }
