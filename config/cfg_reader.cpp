@@ -64,8 +64,9 @@ private:
             in_.skip();
             char c = in_.peek();
             if (c == '}') break;
-            // A comma where a key should start is the commonest slip from JSON habits; name it.
-            if (c == ',') in_.fail("Don't use commas to separate elements.");
+            // A comma here (after a member whose value is not an integer) reads as an empty key
+            // and is reported as "Expected identifier."; only a value position or the end of an
+            // integer literal names the comma itself.
             std::string key = read_identifier();
             // A repeated key is refused rather than silently overwriting the first: in a job
             // file the second one is nearly always a copy-and-paste slip.

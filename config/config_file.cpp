@@ -52,16 +52,16 @@ std::string read_whole_file(const std::string& path) {
 }  // namespace
 
 ConfigObject parse_using_extension(const std::string& path) {
-    // The extension is looked for in the last path component only, so "jobs.d/pi" has none.
-    // A leading dot of the file name (".settings") does not start an extension, while a
-    // trailing one ("settings.") is an empty extension and refused rather than guessed at.
+    // The extension is looked for in the last path component only, so "jobs.d/pi" has none,
+    // and a leading dot of the file name (".settings") does not start one. A trailing dot
+    // ("settings.") leaves an empty extension, which counts as none: only a non-empty
+    // extension other than "cfg" or "json" is refused. Either way ".cfg" is appended.
     uint64_t name_start = path.rfind('/');
     name_start = name_start == std::string::npos ? 0 : name_start + 1;
     uint64_t dot = path.rfind('.');
-    if (dot == std::string::npos || dot <= name_start) {
-        return parse_cfg(read_whole_file(path + ".cfg"));
-    }
-    std::string extension = path.substr(dot + 1);
+    std::string extension;
+    if (dot != std::string::npos && dot > name_start) extension = path.substr(dot + 1);
+    if (extension.empty()) return parse_cfg(read_whole_file(path + ".cfg"));
     if (extension == "cfg") return parse_cfg(read_whole_file(path));
     if (extension == "json") return parse_json(read_whole_file(path));
     throw InvalidParametersException(kFunction, "Extension must be .cfg or .json.");

@@ -42,6 +42,18 @@ std::string with_context(std::string_view context, std::string message) {
     throw ParseException(std::string(function), with_context(context, std::move(message)));
 }
 
+// The typed adds run the checks of add_node() themselves first, so that a refusal names the
+// add that was called rather than the common operation underneath.
+void check_new_member(const ConfigObject& object, const char* function, std::string_view key) {
+    if (object.kind() != ConfigKind::Object) {
+        throw_kind(function, {}, ConfigKind::Object, object.kind());
+    }
+    ConfigObject::sanitize_key(key);
+    if (object.contains(key)) {
+        throw InvalidParametersException(function, "Attempted to add an existing key.");
+    }
+}
+
 }  // namespace
 
 const char* config_kind_name(int code) {
@@ -178,13 +190,8 @@ ConfigObject& ConfigObject::as_object(std::string_view context) {
 // ---- Object members
 
 ConfigObject& ConfigObject::add_node(std::string_view key, ConfigObject node, std::string comment) {
-    static constexpr const char* kFunction = "Object::add_node()";
-    if (kind_ != ConfigKind::Object) throw_kind(kFunction, {}, ConfigKind::Object, kind_);
-    sanitize_key(key);
+    check_new_member(*this, "Object::add_node()", key);
     std::string owned_key(key);
-    if (index_.count(owned_key) != 0) {
-        throw InvalidParametersException(kFunction, "Attempted to add an existing key.");
-    }
     index_.emplace(owned_key, keys_.size());
     keys_.push_back(std::move(owned_key));
     member_comments_.push_back(std::move(comment));
@@ -203,44 +210,31 @@ bool ConfigObject::insert_parsed_member(std::string key, ConfigObject node) {
     return true;
 }
 
-// The typed adds check the existing key themselves first so that the message names them
-// rather than the common operation underneath.
-#define QMP_CONFIG_ADD_PRECHECK(NAME)                                                        \
-    do {                                                                                     \
-        if (kind_ != ConfigKind::Object) throw_kind(NAME, {}, ConfigKind::Object, kind_);    \
-        sanitize_key(key);                                                                   \
-        if (find(key) != nullptr) {                                                          \
-            throw InvalidParametersException(NAME, "Attempted to add an existing key.");     \
-        }                                                                                    \
-    } while (false)
-
 ConfigObject& ConfigObject::add_bool(std::string_view key, bool value, std::string comment) {
-    QMP_CONFIG_ADD_PRECHECK("ConfigObject::add_bool()");
+    check_new_member(*this, "ConfigObject::add_bool()", key);
     return add_node(key, make_bool(value), std::move(comment));
 }
 
 ConfigObject& ConfigObject::add_integer(std::string_view key, int64_t value, std::string comment) {
-    QMP_CONFIG_ADD_PRECHECK("ConfigObject::add_integer()");
+    check_new_member(*this, "ConfigObject::add_integer()", key);
     return add_node(key, make_integer(value), std::move(comment));
 }
 
 ConfigObject& ConfigObject::add_string(std::string_view key, std::string value,
                                        std::string comment) {
-    QMP_CONFIG_ADD_PRECHECK("ConfigObject::add_string()");
+    check_new_member(*this, "ConfigObject::add_string()", key);
     return add_node(key, make_string(std::move(value)), std::move(comment));
 }
 
 ConfigObject& ConfigObject::add_array(std::string_view key, std::string comment) {
-    QMP_CONFIG_ADD_PRECHECK("ConfigObject::add_array()");
+    check_new_member(*this, "ConfigObject::add_array()", key);
     return add_node(key, make_array(), std::move(comment));
 }
 
 ConfigObject& ConfigObject::add_object(std::string_view key, std::string comment) {
-    QMP_CONFIG_ADD_PRECHECK("ConfigObject::add_object()");
+    check_new_member(*this, "ConfigObject::add_object()", key);
     return add_node(key, make_object(), std::move(comment));
 }
-
-#undef QMP_CONFIG_ADD_PRECHECK
 
 const ConfigObject* ConfigObject::find(std::string_view key) const noexcept {
     if (kind_ != ConfigKind::Object) return nullptr;

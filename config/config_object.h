@@ -57,6 +57,8 @@ public:
     // ---- Object members (this node must be an Object).
     // Each add checks the key rule, refuses an existing key with "Attempted to add an existing
     // key." under its own name ("ConfigObject::add_integer()" ...), and returns the new member.
+    // Members live in one vector, so the returned reference is valid only until the next add
+    // to the same object; finish filling a child before adding its next sibling.
     ConfigObject& add_bool(std::string_view key, bool value, std::string comment = {});
     ConfigObject& add_integer(std::string_view key, int64_t value, std::string comment = {});
     ConfigObject& add_string(std::string_view key, std::string value, std::string comment = {});
@@ -122,9 +124,9 @@ private:
 ConfigObject parse_cfg(std::string_view text);
 // JSON (integers only, no comments), under "ConfigObject::parse_json()".
 ConfigObject parse_json(std::string_view text);
-// Reads a file by its extension: ".cfg" or ".json"; no extension means ".cfg" appended; any
-// other extension throws "Extension must be .cfg or .json.". A file that cannot be opened or
-// read throws qmp::FileIO::FileException with the path and the system's reason.
+// Reads a file by its extension: ".cfg" or ".json"; no (or an empty) extension means ".cfg"
+// appended; any other extension throws "Extension must be .cfg or .json.". A file that cannot
+// be opened or read throws qmp::FileIO::FileException with the path and the system's reason.
 ConfigObject parse_using_extension(const std::string& path);
 // The .cfg writer: 4 spaces per level, "\r\n" line ends. Throws
 // qmp::InvalidParametersException for a key that is not a bare .cfg identifier (possible only
