@@ -190,15 +190,19 @@ void sqr_basecase(uint64_t* C, const uint64_t* A, uint64_t AL) {
         add_1(q + 1, q + 1, m + 1, uint64_t(c));
     }
     for (; i + 1 < n; ++i) C[n + i] = addmul_1(C + 2 * i + 1, A + i + 1, n - i - 1, A[i]);
-    // Double the cross products and add the diagonal squares a_i^2 at column 2 i.
-    // The cross products are below 2^(64 (2n - 1)), so doubling them fits in C[1, 2n).
-    lshift(C + 1, C + 1, 2 * n - 1, 1);
+    // Double the cross products and add the diagonal squares a_i^2 at column 2 i, in one pass
+    // over C: each pair of words is shifted left by one (taking the top bit of the pair below)
+    // and the square added with the running carry. The cross products are below
+    // 2^(64 (2n - 1)), so the doubled value fits in C[0, 2n) and nothing leaves the top.
+    uint64_t shifted_in = 0;
     unsigned char c = 0;
     for (uint64_t k = 0; k < n; ++k) {
         const u128 p = (u128)A[k] * A[k];
+        const uint64_t lo = C[2 * k], hi = C[2 * k + 1];
         auto* r = reinterpret_cast<unsigned long long*>(C + 2 * k);
-        c = _addcarry_u64(c, r[0], (uint64_t)p, r);
-        c = _addcarry_u64(c, r[1], (uint64_t)(p >> 64), r + 1);
+        c = _addcarry_u64(c, (lo << 1) | shifted_in, (uint64_t)p, r);
+        c = _addcarry_u64(c, (hi << 1) | (lo >> 63), (uint64_t)(p >> 64), r + 1);
+        shifted_in = hi >> 63;
     }
 }
 

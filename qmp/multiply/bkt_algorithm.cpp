@@ -8,16 +8,18 @@
 
 namespace qmp {
 
-// Cross-over points (operand words) of basecase -> Karatsuba -> Toom-3.
-// measured by `qmp_mulbench --tune` on AMD Zen 5 (2 shared vCPUs, ADX rows), 2026-11-22, g++ 12.
-// Near each cross-over the two methods are within a few per cent over a wide range (Toom-3
-// gains ~5 % at 600 words), so the exact values matter little.
+// Cross-over points (operand words) of basecase -> Karatsuba -> Toom-3, measured by
+// `qmp_mulbench --tune` on AMD Zen 5 (2 vCPUs shared with other work, ADX rows), 2026-11-22,
+// g++ 12 -O2. Three runs gave: products 32 / 32 / 32, squares 60 / 76 / 68, Toom-3 products
+// 384 / 396 / 396, Toom-3 squares 468 / 540 / 420; the medians are used. Near each cross-over
+// the two methods are within a few per cent over a wide range, so the spread between runs is
+// noise on a flat curve and the exact values matter little.
 KaratsubaThresholds default_karatsuba_thresholds() {
     KaratsubaThresholds t;
     t.mul_min_words = 32;
-    t.sqr_min_words = 72;
-    t.toom3_mul_min_words = 360;
-    t.toom3_sqr_min_words = 456;
+    t.sqr_min_words = 68;
+    t.toom3_mul_min_words = 396;
+    t.toom3_sqr_min_words = 468;
     return t;
 }
 

@@ -2,7 +2,8 @@
 // level private to one thread and explicit; sizes per thread at least doubling from level to
 // level; at most six levels; the last level not explicit (the outermost level is where data
 // streams from memory, which no blocking can manage). A single level is both the lowest and the
-// last; the lowest-level rules apply to it and the last-level rule does not.
+// last, so it would have to be explicit and not explicit at once: a usable model has at least
+// two levels, and a lone explicit level is refused by the last-level rule.
 #include "qmp/multiply/cache_topology.h"
 
 #include "qmp/exception.h"
@@ -57,7 +58,7 @@ CacheTopologyStandard::CacheTopologyStandard(const std::vector<CacheLevel>& inpu
         levels_.push_back(level);
     }
     if (levels_.size() > max_levels) reject("Too many cache levels.");
-    if (levels_.size() > 1 && levels_.back().input.is_explicit) reject("Last level cannot be explicit.");
+    if (levels_.back().input.is_explicit) reject("Last level cannot be explicit.");
 }
 
 }  // namespace qmp

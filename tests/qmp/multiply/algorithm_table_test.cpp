@@ -187,6 +187,7 @@ TEST(CacheTopologyStandard, RulesInOrderAndSizeIndices) {
     for (int i = 0; i < 7; ++i) seven.push_back({(32 * KiB) << (2 * i), 1, i == 0, 0});
     fails(seven, "Too many cache levels.");
     fails({{32 * KiB, 1, true, 0}, {1024 * KiB, 1, true, 0}}, "Last level cannot be explicit.");
+    fails({{32 * KiB, 1, true, 0}}, "Last level cannot be explicit.");  // a lone level is also the last
 
     CacheTopologyStandard t({{48 * KiB, 1, true, 0}, {1024 * KiB, 2, true, 0}, {32768 * KiB, 16, false, 0}, {end, 1, true, 0}});
     ASSERT_EQ(t.levels().size(), 3u);

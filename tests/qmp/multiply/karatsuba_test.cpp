@@ -54,7 +54,8 @@ TEST(Karatsuba, ShippedThresholdsAroundCrossoversAndLarge) {
     Rng rng(test_seed() + 3);
     const KaratsubaThresholds th = default_karatsuba_thresholds();
     std::vector<uint64_t> sizes;
-    for (uint64_t t : {th.mul_min_words, th.sqr_min_words, 2 * th.mul_min_words, 4 * th.mul_min_words})
+    for (uint64_t t : {th.mul_min_words, th.sqr_min_words, 2 * th.mul_min_words, th.toom3_mul_min_words,
+                       th.toom3_sqr_min_words})
         for (int64_t d = -2; d <= 2; ++d) sizes.push_back(t + d);
     sizes.push_back(1000);
     sizes.push_back(2500);

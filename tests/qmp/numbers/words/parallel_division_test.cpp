@@ -1,14 +1,12 @@
-// The parallel division against 128-bit long division for lengths around the 1000-word split
-// point and tens of thousands of words, task counts 1, 2, 3, 64 and 100, sequential and
-// threaded runs, in place and with a longer output; the block layout rule; the preconditions;
-// and the block self-check made to fire by corrupting one block's incoming remainder.
+// The parallel division against 128-bit long division around the 1000-word split point and at
+// tens of thousands of words, under every parallelizer with task counts 1 to 100, in place and
+// with a longer output; the block rule; the preconditions; and the block self-check made to fire
+// by corrupting one block's incoming remainder.
 #include "qmp/numbers/words/parallel_division.h"
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <random>
-#include <vector>
+#include <array>
 
 #include "qmp/exception.h"
 #include "tests/qmp/numbers/words/reference.h"
@@ -22,31 +20,22 @@ class ParallelDivisionTest : public ::testing::Test {};
 TYPED_TEST_SUITE(ParallelDivisionTest, WordTypes);
 
 TEST(DivisionBlocksTest, SplitsFromThousandWordsIntoAtMost64Blocks) {
-    EXPECT_EQ(division_blocks(999, 100).blocks, 0u);
+    EXPECT_EQ(division_blocks(999, 100).blocks, 0u);  // sequential however many tasks
     EXPECT_EQ(division_blocks(5000, 1).blocks, 0u);
-    EXPECT_EQ(division_blocks(1000, 2).blocks, 1u);  // b = 1000: one block, run as a task
-    EXPECT_EQ(division_blocks(1000, 2).block_words, 1000u);
-    EXPECT_EQ(division_blocks(1001, 2).blocks, 2u);
-    EXPECT_EQ(division_blocks(2001, 2).blocks, 2u);
-    EXPECT_EQ(division_blocks(2001, 2).block_words, 1001u);
-    EXPECT_EQ(division_blocks(100000, 3).block_words, 33334u);
-    EXPECT_EQ(division_blocks(100000, 3).blocks, 3u);
-    for (uint64_t L : {1000u, 64000u, 64001u, 1000000u}) {
-        const DivisionBlocks b = division_blocks(L, 1000);
-        EXPECT_LE(b.blocks, 64u);
-        EXPECT_GE(b.block_words, 1000u);
-        EXPECT_GE(b.blocks * b.block_words, L);
-        EXPECT_LT((b.blocks - 1) * b.block_words, L);
+    const std::vector<std::array<uint64_t, 4>> cases = {
+        // L, tds, blocks, block words
+        {1000, 2, 1, 1000}, {1001, 2, 2, 1000}, {2001, 2, 2, 1001}, {100000, 3, 3, 33334}, {64001, 1000, 64, 1001}};
+    for (const auto& [L, tds, blocks, words] : cases) {
+        EXPECT_EQ(division_blocks(L, tds).blocks, blocks) << L;
+        EXPECT_EQ(division_blocks(L, tds).block_words, words) << L;
     }
 }
 
 TYPED_TEST(ParallelDivisionTest, MatchesLongDivisionForAnySplit) {
     using W = TypeParam;
     constexpr unsigned w = sizeof(W) * 8;
-    const uint64_t seed = test_seed();
-    std::mt19937_64 rng(seed);
-    SequentialParallelizer sequential;
-    ThreadParallelizer threads(3);
+    std::mt19937_64 rng(test_seed());
+    const auto runners = parallelizers();
     const W d_choices[] = {3, 10, 1000000007, W((W(1) << (w - 1)) - 1), W(W(rng()) >> 1 | 5)};
     for (uint64_t L : {0, 1, 999, 1000, 1001, 4096, 70001}) {
         const W d = d_choices[rng() % 5];
@@ -57,33 +46,31 @@ TYPED_TEST(ParallelDivisionTest, MatchesLongDivisionForAnySplit) {
         std::vector<W> ref_np(L), ref_ex(L), ref_long(L + extra);
         const W rem_np = ref_divmod<W>(ref_np.data(), a.data(), L, d, r);
         const W rem_ex = ref_divmod<W>(ref_ex.data(), nullptr, L, d, r);
-        const W rem_mid = ref_divmod<W>(ref_long.data() + extra, a.data(), L, d, r);
-        const W rem_long = ref_divmod<W>(ref_long.data(), nullptr, extra, d, rem_mid);
+        const W rem_long = ref_divmod<W>(ref_long.data(), nullptr, extra, d,
+                                         ref_divmod<W>(ref_long.data() + extra, a.data(), L, d, r));
         for (uint64_t tds : {1, 2, 3, 64, 100}) {
-            for (Parallelizer* par : {static_cast<Parallelizer*>(&sequential), static_cast<Parallelizer*>(&threads)}) {
-                SCOPED_TRACE(seed_note(seed) + " L=" + std::to_string(L) + " d=" + std::to_string(d) +
+            for (const auto& par : runners) {
+                SCOPED_TRACE(seed_note() + " L=" + std::to_string(L) + " d=" + std::to_string(d) +
                              " tds=" + std::to_string(tds) + " " + par->description());
-                // Guard words on both sides catch writes outside T.
-                std::vector<W> t(L + 2, W(0x5A5A5A5A));
-                EXPECT_EQ(bp_div_np(t.data() + 1, a.data(), L, div, r, par, tds), rem_np);
-                EXPECT_EQ(std::vector<W>(t.begin() + 1, t.end() - 1), ref_np);
-                EXPECT_EQ(t.front(), W(0x5A5A5A5A));
-                EXPECT_EQ(t.back(), W(0x5A5A5A5A));
-
-                EXPECT_EQ(bp_div_ex(t.data() + 1, L, div, r, par, tds), rem_ex);
-                EXPECT_EQ(std::vector<W>(t.begin() + 1, t.end() - 1), ref_ex);
+                // A guard word on each side catches writes outside T.
+                std::vector<W> t(L + 2, W(0x5A5A5A5A)), expect(L + 2, W(0x5A5A5A5A));
+                std::copy(ref_np.begin(), ref_np.end(), expect.begin() + 1);
+                EXPECT_EQ(bp_div_np(t.data() + 1, a.data(), L, div, r, par.get(), tds), rem_np);
+                EXPECT_TRUE(t == expect);
+                EXPECT_EQ(bp_div_ex(t.data() + 1, L, div, r, par.get(), tds), rem_ex);
+                EXPECT_TRUE(std::equal(ref_ex.begin(), ref_ex.end(), t.begin() + 1));
 
                 std::vector<W> in_place = a;
-                EXPECT_EQ(bp_div_np(in_place.data(), in_place.data(), L, div, r, par, tds), rem_np);
-                EXPECT_EQ(in_place, ref_np);
-
+                EXPECT_EQ(bp_div_np(in_place.data(), in_place.data(), L, div, r, par.get(), tds), rem_np);
+                EXPECT_TRUE(in_place == ref_np);
                 std::vector<W> longer(L + extra, W(7));
-                EXPECT_EQ(bp_div_np(longer.data(), L + extra, a.data(), L, div, r, par, tds), rem_long);
-                EXPECT_EQ(longer, ref_long);
-                // In place: A already sits at the top of T.
+                EXPECT_EQ(bp_div_np(longer.data(), L + extra, a.data(), L, div, r, par.get(), tds), rem_long);
+                EXPECT_TRUE(longer == ref_long);
+                // In place with A already at the top of T.
                 std::copy(a.begin(), a.end(), longer.begin() + extra);
-                EXPECT_EQ(bp_div_np(longer.data(), L + extra, longer.data() + extra, L, div, r, par, tds), rem_long);
-                EXPECT_EQ(longer, ref_long);
+                EXPECT_EQ(bp_div_np(longer.data(), L + extra, longer.data() + extra, L, div, r, par.get(), tds),
+                          rem_long);
+                EXPECT_TRUE(longer == ref_long);
             }
         }
     }
@@ -94,14 +81,16 @@ TYPED_TEST(ParallelDivisionTest, PreconditionsThrowWithTheirMessages) {
     const ShoupDivider<W> div(1000003);
     std::vector<W> t(2000, 1), a(2000, 2);
     SequentialParallelizer par;
-    const auto expect_invalid = expect_throw<InvalidParametersException, std::function<void()>>;
     for (uint64_t tds : {1, 4}) {
-        expect_invalid([&] { bp_div_np(t.data(), 999, a.data(), 1000, div, W(0), &par, tds); }, "bp_div_np()", "TL < AL");
-        expect_invalid([&] { bp_div_np(t.data(), a.data(), 2000, div, W(1000003), &par, tds); }, "bp_div_np()",
-                       "Top word is too large.");
-        expect_invalid([&] { bp_div_ex(t.data(), 2000, div, W(1000004), &par, tds); }, "bp_div_ex()",
-                       "Top word is too large.");
+        expect_throw<InvalidParametersException>(
+            [&] { bp_div_np(t.data(), 999, a.data(), 1000, div, W(0), &par, tds); }, "bp_div_np()", "TL < AL");
+        expect_throw<InvalidParametersException>(
+            [&] { bp_div_np(t.data(), a.data(), 2000, div, W(1000003), &par, tds); }, "bp_div_np()",
+            "Top word is too large.");
+        expect_throw<InvalidParametersException>([&] { bp_div_ex(t.data(), 2000, div, W(1000004), &par, tds); },
+                                                 "bp_div_ex()", "Top word is too large.");
     }
+    EXPECT_EQ(t, std::vector<W>(2000, 1));
 }
 
 // Models a fault in one block: its incoming remainder is moved by one before it divides.
@@ -113,27 +102,26 @@ void corrupt_block(uint64_t block, uint64_t& incoming) {
 
 TYPED_TEST(ParallelDivisionTest, CorruptedBlockRemainderFiresTheSelfCheck) {
     using W = TypeParam;
-    const uint64_t seed = test_seed();
-    std::mt19937_64 rng(seed + 5);
-    ThreadParallelizer threads(2);
+    std::mt19937_64 rng(test_seed() + 5);
+    TaskQueueFramework threads(2);
     const W d = 999999937;
     const ShoupDivider<W> div(d);
     g_divisor = d;
     const auto a = random_words<W>(rng, 10000);
-    std::vector<W> t(10000);
+    std::vector<W> t(10000), ref(10000);
     set_division_block_hook(corrupt_block);
     for (uint64_t block : {0, 3, 9}) {  // bottom, middle and top of 10 blocks
         g_fault_block = block;
-        SCOPED_TRACE(seed_note(seed) + " block=" + std::to_string(block));
+        SCOPED_TRACE(seed_note() + " block=" + std::to_string(block));
         expect_throw<AlgorithmFailedException>([&] { bp_div_np(t.data(), a.data(), 10000, div, W(5), &threads, 10); },
                                                "bp_div_np()", "Mismatching block residuals.");
         expect_throw<AlgorithmFailedException>([&] { bp_div_ex(t.data(), 10000, div, W(5), &threads, 10); },
                                                "bp_div_ex()", "Mismatching block residuals.");
     }
-    // Without a fault the same calls pass and agree with the reference.
+    // Without the fault the same calls pass and agree with the reference.
     set_division_block_hook(nullptr);
-    std::vector<W> ref(10000);
-    EXPECT_EQ(bp_div_np(t.data(), a.data(), 10000, div, W(5), &threads, 10), ref_divmod<W>(ref.data(), a.data(), 10000, d, W(5)));
+    EXPECT_EQ(bp_div_np(t.data(), a.data(), 10000, div, W(5), &threads, 10),
+              ref_divmod<W>(ref.data(), a.data(), 10000, d, W(5)));
     EXPECT_EQ(t, ref);
 }
 
