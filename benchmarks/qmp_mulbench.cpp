@@ -1,4 +1,5 @@
-// Timing of products and squares of N-word operands through the standard multiplication table,
+// Timing of products and squares of N-word operands (BigInt<uint64_t>::set_mul() and set_sqr(),
+// scratch sized from the table's queries) through the standard multiplication table,
 // in the output format of the peer timing tool ("words=N mul_s=T sqr_s=T": seconds per
 // operation, best of 3 rounds that each loop the operation for at least 50 ms).
 //   qmp_mulbench WORDS [THREADS] [SEED]
@@ -28,6 +29,9 @@
 #include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/multiply.h"
 #include "qmp/multiply/tuning_profile.h"
+#include "qmp/numbers/aligned_buffer.h"
+#include "qmp/numbers/big_int.h"
+#include "qmp/numbers/words/word_array.h"
 #include "qmp/numbers/words/mod_m61.h"
 #include "qmp/parallel/parallel_framework.h"
 
@@ -191,18 +195,19 @@ int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed, bool bkt_onl
         std::printf("Reverting to default algorithm...\n");
         table = qmp::AlgorithmTableB(registry, {{2 * n, "BKT", {}}});
     }
-    Scratch mul_scratch(qmp::multiply_scratch_bytes(table, n, n));
-    Scratch sqr_scratch(qmp::square_scratch_bytes(table, n));
+    using Int = qmp::BigInt<uint64_t>;
+    Int A(a.data(), n), B(b.data(), n), C(c.data(), 2 * n);
+    A.L = qmp::normalized_length(a.data(), n);
+    B.L = qmp::normalized_length(b.data(), n);
+    Scratch mul_scratch(qmp::AlignedBufferC::round_up(Int::mul_scratch_bytes(table, n, n)));
+    Scratch sqr_scratch(qmp::AlignedBufferC::round_up(Int::sqr_scratch_bytes(table, n)));
+    const qmp::AlignedBufferC mul_buffer(mul_scratch.data(), mul_scratch.bytes);
+    const qmp::AlignedBufferC sqr_buffer(sqr_scratch.data(), sqr_scratch.bytes);
 
-    const double mul_s = time_best([&] {
-        qmp::multiply(table, c.data(), a.data(), n, b.data(), n, mul_scratch.data(), mul_scratch.bytes,
-                      parallelizer, threads);
-    });
-    const uint64_t product_mod = qmp::mod_m61(c.data(), 2 * n);
-    const double sqr_s = time_best([&] {
-        qmp::square(table, c.data(), a.data(), n, sqr_scratch.data(), sqr_scratch.bytes, parallelizer, threads);
-    });
-    const uint64_t square_mod = qmp::mod_m61(c.data(), 2 * n);
+    const double mul_s = time_best([&] { C.set_mul(A, B, table, mul_buffer, parallelizer, threads); });
+    const uint64_t product_mod = qmp::mod_m61(C.T, C.L);
+    const double sqr_s = time_best([&] { C.set_sqr(A, table, sqr_buffer, parallelizer, threads); });
+    const uint64_t square_mod = qmp::mod_m61(C.T, C.L);
 
     std::printf("words=%llu mul_s=%.6g sqr_s=%.6g", (unsigned long long)n, mul_s, sqr_s);
     if (seeded)
