@@ -26,8 +26,11 @@ namespace qmp {
 
 class Parallelizer;
 class BasicIntR;
+class ExactFloat;
 template <typename W>
 class BigInt;
+template <typename W>
+class SwapFloat;
 
 template <typename W>
 class BigFloat {
@@ -90,6 +93,15 @@ public:
     void set_BasicInt(const BasicIntR& x);
     void set_BigInt(const BigInt<W>& x, uint64_t p = full_precision);
     void set_BigFloat(const BigFloat& x, uint64_t p = full_precision);
+    // Both keep the top p words, truncated, like set_BigFloat(). An ExactFloat's value is
+    // M * 2^(32 e); with 64-bit words it is realigned exactly to B^floor(e / 2): an odd e puts
+    // a zero half below M's lowest word, so the words hold M * 2^32 and the exponent is
+    // (e - 1) / 2. The top p words are those of that realigned magnitude.
+    // set_SwapFloat() reads only the top min(p, L) words from far memory, top piece first, and
+    // throws AlgorithmFailedException "Top word is zero." (leaving this zero) if the stored top
+    // word is zero: the far-memory copy is not the number that was stored.
+    void set_ExactFloat(const ExactFloat& x, uint64_t p = full_precision);
+    void set_SwapFloat(const SwapFloat<W>& x, uint64_t p = full_precision);
     // Exact. 0.0 and -0.0 give L = 0, exp = 0. Needs a capacity of 2 words (3 for a 32-bit
     // mantissa that straddles three words after the shift).
     void set_double(double d);

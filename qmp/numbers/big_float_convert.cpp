@@ -1,7 +1,8 @@
-// Conversions into BigFloat (from BasicInt, BigInt, BigFloat, double) and its integer part.
-// Copies use memmove and run before the exponent changes, so a source in this object's own
-// buffer is fine. A double converts exactly: mantissa m < 2^53 and binary exponent e give
-// m * 2^e = (m << r) * B^q with e = q w + r, 0 <= r < w.
+// Conversions into BigFloat (from BasicInt, BigInt, BigFloat, ExactFloat, SwapFloat, double)
+// and its integer part. Copies use memmove and run before the exponent changes, so a source in
+// this object's own buffer is fine. A double converts exactly: mantissa m < 2^53 and binary
+// exponent e give m * 2^e = (m << r) * B^q with e = q w + r, 0 <= r < w. An ExactFloat's
+// 32-bit words are placed the same way at half-word granularity (see set_ExactFloat()).
 #include "qmp/numbers/big_float.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 #include "qmp/exception.h"
 #include "qmp/numbers/basic_int.h"
 #include "qmp/numbers/big_int.h"
+#include "qmp/numbers/exact_float.h"
+#include "qmp/numbers/swap_float.h"
 #include "qmp/numbers/words/word_array.h"
 
 namespace qmp {
@@ -69,6 +72,62 @@ void BigFloat<W>::set_BasicInt(const BasicIntR& x) {
     L = normalized_length(base, n);
     exp = 0;
     sign = true;
+}
+
+template <typename W>
+void BigFloat<W>::set_ExactFloat(const ExactFloat& x, uint64_t p) {
+    const char* function = "BigFloat::set_ExactFloat()";
+    const uint64_t n32 = x.length();
+    if (n32 == 0) {
+        set_zero();
+        return;
+    }
+    if (p == 0) throw InvalidParametersException(function, "Precision must be at least one word.");
+    // View the result as 32-bit halves H[] (h per word): M * 2^(32 e) = (M << 32 r) * B^q with
+    // e = q h + r, 0 <= r < h, so H holds r zero halves and then M. The magnitude has
+    // n = ceil((r + n32) / h) words, of which the top `keep` are kept; they start at half j0.
+    constexpr uint64_t h = sizeof(W) / 4;
+    const int64_t e = x.exp();
+    const int64_t q = e >= 0 ? e / int64_t(h) : -((-(e + 1)) / int64_t(h)) - 1;  // floor, no overflow
+    const uint64_t r = uint64_t(e - q * int64_t(h));
+    const uint64_t n = (r + n32 + h - 1) / h;
+    const uint64_t keep = std::min(p, n);
+    require_room(base, keep, function);
+    const uint64_t j0 = (n - keep) * h;
+    const uint64_t from = std::max(j0, r);  // first half of H that is a word of M
+    const uint64_t copied = r + n32 - from;
+    unsigned char* out = reinterpret_cast<unsigned char*>(base);
+    // Byte moves: the halves of M land inside W words whatever their width, and memmove allows
+    // M's storage to lie in this buffer. The zero halves are written after the move.
+    std::memmove(out + 4 * (from - j0), x.words() + (from - r), 4 * copied);
+    if (from > j0) std::memset(out, 0, 4 * (from - j0));
+    const uint64_t filled = from - j0 + copied;
+    std::memset(out + 4 * filled, 0, 4 * (keep * h - filled));  // the empty upper half of a top word
+    T = base;
+    L = keep;
+    exp = q + int64_t(n - keep);
+    sign = x.sign();
+}
+
+template <typename W>
+void BigFloat<W>::set_SwapFloat(const SwapFloat<W>& x, uint64_t p) {
+    const char* function = "BigFloat::set_SwapFloat()";
+    if (x.L() == 0) {
+        set_zero();
+        return;
+    }
+    if (p == 0) throw InvalidParametersException(function, "Precision must be at least one word.");
+    const uint64_t keep = std::min(p, x.L());
+    require_room(base, keep, function);
+    x.load_words(base, x.L() - keep, keep);
+    if (base[keep - 1] == 0) {
+        set_zero();
+        throw AlgorithmFailedException(function, "Top word is zero.");
+    }
+    T = base;
+    L = keep;
+    exp = x.exp() + int64_t(x.L() - keep);
+    sign = x.sign();
 }
 
 template <typename W>
@@ -137,6 +196,8 @@ uint64_t BigFloat<W>::unsigned_integer_part() const {
     template void BigFloat<W>::set_BigFloat(const BigFloat&, uint64_t);            \
     template void BigFloat<W>::set_BigInt(const BigInt<W>&, uint64_t);             \
     template void BigFloat<W>::set_BasicInt(const BasicIntR&);                     \
+    template void BigFloat<W>::set_ExactFloat(const ExactFloat&, uint64_t);        \
+    template void BigFloat<W>::set_SwapFloat(const SwapFloat<W>&, uint64_t);       \
     template void BigFloat<W>::set_double(double);                                 \
     template uint64_t BigFloat<W>::unsigned_integer_part() const;
 QMP_INSTANTIATE(uint32_t)
