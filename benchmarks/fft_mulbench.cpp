@@ -3,7 +3,8 @@
 // the transform chosen and the scratch bytes the algorithm asks for, and a per-phase split of
 // one product (split, forward, pointwise, inverse, release) with --phases.
 //   fft_mulbench WORDS [THREADS] [--phases] [--cpu] [--thp]
-//   fft_mulbench --crossover [--cpu]   FFTv4 against Basecase + Karatsuba, 256..16384 words
+//   fft_mulbench --crossover [--cpu]   FFTv4 against Basecase + Karatsuba, 96..16384 words
+//   fft_mulbench --scratch             the default tables' scratch bytes for 1k .. 4M words
 // THREADS > 1 runs through the push-pool framework with tds = THREADS. --cpu times by the
 // process's CPU clock instead of the wall clock: on a shared, loaded machine the wall clock
 // mostly measures waiting (only meaningful for one thread).
@@ -11,7 +12,11 @@
 
 #include "qmp/cpu_features.h"
 #include "qmp/exception.h"
+#include "qmp/multiply/algorithm_registry.h"
+#include "qmp/multiply/builtin_algorithms.h"
 #include "qmp/multiply/fft/release.h"
+#include "qmp/multiply/multiply.h"
+#include "qmp/multiply/tuning_profile.h"
 #include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/fft/split.h"
 #include "qmp/parallel/pushpool_framework.h"
@@ -85,6 +90,22 @@ void crossover() {
     }
 }
 
+// The scratch the default tables ask for per product, square and stored transform of N x N
+// words (the buffer queries a caller sizes its working memory from).
+void scratch_table() {
+    using namespace qmp;
+    AlgorithmRegistry registry;
+    register_builtin_algorithms(registry);
+    const AlgorithmTableB table = make_default_table(registry);
+    for (uint64_t n : {1000, 10000, 100000, 1000000, 4000000}) {
+        std::printf("words=%llu algorithm=%s mul_scratch_bytes=%llu sqr_scratch_bytes=%llu transform_bytes=%llu\n",
+                    (unsigned long long)n, table.get_algorithm(2 * n).name(),
+                    (unsigned long long)multiply_scratch_bytes(table, n, n),
+                    (unsigned long long)square_scratch_bytes(table, n),
+                    (unsigned long long)table.max_transform_buffer_sizes(2 * n));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,6 +113,10 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) g_cpu_clock |= std::strcmp(argv[i], "--cpu") == 0;
     if (argc >= 2 && std::strcmp(argv[1], "--crossover") == 0) {
         crossover();
+        return 0;
+    }
+    if (argc >= 2 && std::strcmp(argv[1], "--scratch") == 0) {
+        scratch_table();
         return 0;
     }
     if (argc < 2) {

@@ -10,9 +10,10 @@ namespace {
 
 // Product size (words) above which the FFT takes over from Karatsuba. Measured by
 // `fft_mulbench --crossover --cpu` (process CPU time, best of 3) on AMD Zen 5 (EPYC, AVX-512),
-// 2026-11-22, g++ 12: FFTv4/BKT time 1.03 (mul) and 0.89 (sqr) at 256 x 256 words, 0.74 / 0.67
-// at 384, 1.15 / 1.03 at 192.
-constexpr uint64_t bkt_to_fft_product_words = 512;
+// 2026-11-22, g++ 12, after the fused split and pointwise passes: FFTv4/BKT time 1.12 (mul) and
+// 1.13 (sqr) at 128 x 128 words, 0.90 / 0.93 at 160 x 160, 0.72 / 0.72 at 256 x 256. The
+// cross-over lies between 256- and 320-word products.
+constexpr uint64_t bkt_to_fft_product_words = 288;
 // Largest product the heuristic table routes to the FFT (2^36 words = 512 GiB of product).
 constexpr uint64_t fft_max_product_words = uint64_t(1) << 36;
 

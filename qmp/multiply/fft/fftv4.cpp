@@ -2,10 +2,13 @@
 // and the checks around them.
 //
 // Scratch layout of one product on n complex points (every piece 128-byte aligned):
-//   [points: n/8 blocks][work A: work_bytes][work B: work_bytes, products only][transform scratch]
-// The points buffer takes each operand's split in turn and finally the inverse transform, so a
-// product holds 3 operand-sized arrays and a square 2. With the retry enabled the need is the
-// larger of this size and the next one up, so that a redo always has room.
+//   [points: n/8 blocks][work A: work_bytes][work B: work_bytes, products only]
+//   [transform scratch][split carry plan: n/32 bytes]
+// The points buffer takes each operand's split in turn (unless the operands are streamed into
+// the column pass, see FFTv4Config::stream_min_points_bytes) and finally the inverse transform,
+// so a product holds 3 operand-sized arrays and a square 2. B's forward transform, the pointwise
+// product and the inverse run as one pass (Transform::convolve()). With the retry enabled the
+// need is the larger of this size and the next one up, so that a redo always has room.
 // Huge pages are not requested here: madvise(MADV_HUGEPAGE) on a scratch that is already
 // populated made 4M-word products 2-3x slower on the measuring machine (THP defrag "madvise"),
 // so the owner of the working buffer advises it once, before first touch
@@ -33,6 +36,10 @@ namespace {
 // Transform scratch is sized for this many tasks (the plans never allow more).
 constexpr uint64_t kMaxTds = 256;
 
+bool stream_operands(const fft::Transform& t, const FFTv4Config& config) {
+    return t.streams_input() && t.complex_points() * 16 >= config.stream_min_points_bytes;
+}
+
 std::atomic<uint64_t> g_retries{0};
 std::atomic<FFTv4::FaultInjector> g_fault_injector{nullptr};
 
@@ -41,6 +48,11 @@ void inject_fault(fft::Block* points, uint64_t n) {
 }
 
 uint64_t align_up(uint64_t x, uint64_t a) { return (x + a - 1) / a * a; }
+
+uint64_t task_count(const MultiplyContext& context, const FFTv4Config& config, uint64_t complex_points) {
+    if (context.parallelizer == nullptr || complex_points < config.min_parallel_complex_points) return 1;
+    return std::max<uint64_t>(1, context.tds);
+}
 
 char* align_pointer(void* p) {
     const auto address = reinterpret_cast<uintptr_t>(p);
@@ -125,7 +137,8 @@ FFTv4::Layout FFTv4::layout(const fft::TransformSize& size, bool square) const {
     l.transform = &fft::get_transform(size.m, size.k, kConversionBlockExponent);
     l.points_bytes = align_up(size.complex_points() * 16, 128);
     l.work_bytes = align_up(l.transform->work_bytes(), 128);
-    l.scratch_bytes = align_up(l.transform->scratch_bytes(kMaxTds), 128);
+    l.scratch_bytes = align_up(l.transform->scratch_bytes(kMaxTds), 128) +
+                      fft::SplitSource::scratch_bytes(size.complex_points());
     l.total_bytes = 128 + l.points_bytes + l.work_bytes * (square ? 1 : 2) + l.scratch_bytes;
     return l;
 }
@@ -200,22 +213,39 @@ double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uin
     void* tscratch = base + l.points_bytes + l.work_bytes * (square ? 1 : 2);
     const uint64_t n = size.complex_points();
     Parallelizer* p = context.parallelizer;
-    const uint64_t tds = context.parallelizer != nullptr ? std::max<uint64_t>(1, context.tds) : 1;
+    const uint64_t tds = task_count(context, config_, n);
     const fft::Transform& t = *l.transform;
 
-    fft::split_words(A, AL, size.bits, config_.mode, points, n, p, tds);
-    t.forward(points, work_a, tscratch, p, tds);
+    // A square transforms once; a product keeps A's forward transform and runs B's forward,
+    // the pointwise product and the inverse as one fused pass. Shapes that can read their input
+    // inside the column pass take the operands' digits straight from the words.
     uint64_t coefficients;
+    if (stream_operands(t, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128);
+        const fft::SplitSource a(A, AL, size.bits, config_.mode, n, carries, p, tds);
+        if (square) {
+            t.convolve(a, work_a, nullptr, points, tscratch, p, tds);
+            coefficients = 2 * digits_of(AL, size.bits) + 1;
+        } else {
+            t.forward(a, work_a, tscratch, p, tds);
+            const fft::SplitSource b(B, BL, size.bits, config_.mode, n, carries, p, tds);
+            t.convolve(b, work_b, work_a, points, tscratch, p, tds);
+            coefficients = digits_of(AL, size.bits) + digits_of(BL, size.bits) + 1;
+        }
+        inject_fault(points, n);
+        return store(C, AL + (square ? AL : BL), points, n, size.bits, coefficients, config_.max_distance_limit,
+                     p, tds);
+    }
+    fft::split_words(A, AL, size.bits, config_.mode, points, n, p, tds);
     if (square) {
-        t.pointwise_square(work_a, p, tds);
+        t.convolve(points, work_a, nullptr, points, tscratch, p, tds);
         coefficients = 2 * digits_of(AL, size.bits) + 1;
     } else {
+        t.forward(points, work_a, tscratch, p, tds);
         fft::split_words(B, BL, size.bits, config_.mode, points, n, p, tds);
-        t.forward(points, work_b, tscratch, p, tds);
-        t.pointwise_multiply(work_a, work_b, p, tds);
+        t.convolve(points, work_b, work_a, points, tscratch, p, tds);
         coefficients = digits_of(AL, size.bits) + digits_of(BL, size.bits) + 1;
     }
-    t.inverse(work_a, points, tscratch, p, tds);
     inject_fault(points, n);
     return store(C, AL + (square ? AL : BL), points, n, size.bits, coefficients, config_.max_distance_limit,
                  p, tds);
@@ -306,9 +336,15 @@ void FFTv4::forward_sized(const char* function, void* T, uint64_t T_bytes, const
     auto* points = reinterpret_cast<fft::Block*>(base);
     void* tscratch = base + l.points_bytes + l.work_bytes;
     Parallelizer* p = context.parallelizer;
-    const uint64_t tds = p != nullptr ? std::max<uint64_t>(1, context.tds) : 1;
-    fft::split_words(A, AL, size.bits, config_.mode, points, size.complex_points(), p, tds);
-    l.transform->forward(points, work_of(T), tscratch, p, tds);
+    const uint64_t tds = task_count(context, config_, size.complex_points());
+    if (stream_operands(*l.transform, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
+        const fft::SplitSource a(A, AL, size.bits, config_.mode, size.complex_points(), carries, p, tds);
+        l.transform->forward(a, work_of(T), tscratch, p, tds);
+    } else {
+        fft::split_words(A, AL, size.bits, config_.mode, points, size.complex_points(), p, tds);
+        l.transform->forward(points, work_of(T), tscratch, p, tds);
+    }
 
     StoredHeader* h = header_of(T);
     *h = StoredHeader{kStoredMagic, this, size.m, size.k, size.bits, static_cast<int32_t>(config_.mode), AL, A[0]};
@@ -325,9 +361,12 @@ double FFTv4::finish_stored(const char* function, uint64_t* C, uint64_t CL, cons
                           const MultiplyContext& context) const {
     const Layout l = layout(size, true);
     Parallelizer* p = context.parallelizer;
-    const uint64_t tds = p != nullptr ? std::max<uint64_t>(1, context.tds) : 1;
-    void* tscratch = reinterpret_cast<char*>(points) + l.points_bytes + l.work_bytes;
-    l.transform->inverse(work, points, tscratch, p, tds);
+    const uint64_t tds = task_count(context, config_, size.complex_points());
+    // `work` null: the caller's fused convolve() already left the inverse in `points`.
+    if (work != nullptr) {
+        void* tscratch = reinterpret_cast<char*>(points) + l.points_bytes + l.work_bytes;
+        l.transform->inverse(work, points, tscratch, p, tds);
+    }
     inject_fault(points, size.complex_points());
     const double distance =
         store(C, CL, points, size.complex_points(), size.bits, coefficient_count, config_.max_distance_limit, p, tds);
@@ -358,13 +397,19 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const uint64_t* 
     auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     Parallelizer* p = context.parallelizer;
-    const uint64_t tds = p != nullptr ? std::max<uint64_t>(1, context.tds) : 1;
-    fft::split_words(B, BL, size.bits, config_.mode, points, size.complex_points(), p, tds);
-    l.transform->forward(points, work, base + l.points_bytes + l.work_bytes, p, tds);
-    l.transform->pointwise_multiply(work, work_of(TA), p, tds);
+    const uint64_t tds = task_count(context, config_, size.complex_points());
+    void* tscratch = base + l.points_bytes + l.work_bytes;
+    if (stream_operands(*l.transform, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
+        const fft::SplitSource b(B, BL, size.bits, config_.mode, size.complex_points(), carries, p, tds);
+        l.transform->convolve(b, work, work_of(TA), points, tscratch, p, tds);
+    } else {
+        fft::split_words(B, BL, size.bits, config_.mode, points, size.complex_points(), p, tds);
+        l.transform->convolve(points, work, work_of(TA), points, tscratch, p, tds);
+    }
     const uint64_t coefficients = digits_of(h.operand_words, size.bits) + digits_of(BL, size.bits) + 1;
-    return finish_stored(kFunction, C, h.operand_words + BL, size, work, points, coefficients, h.bottom_word * B[0],
-                  context);
+    return finish_stored(kFunction, C, h.operand_words + BL, size, nullptr, points, coefficients,
+                         h.bottom_word * B[0], context);
 }
 
 double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, void* scratch, uint64_t scratch_bytes,
@@ -387,7 +432,7 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, 
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     std::memcpy(work, work_of(TA), l.transform->work_bytes());
     l.transform->pointwise_multiply(work, work_of(TB), context.parallelizer,
-                                    context.parallelizer != nullptr ? std::max<uint64_t>(1, context.tds) : 1);
+                                    task_count(context, config_, size.complex_points()));
     const uint64_t coefficients = digits_of(ha.operand_words, size.bits) + digits_of(hb.operand_words, size.bits) + 1;
     return finish_stored(kFunction, C, ha.operand_words + hb.operand_words, size, work, points, coefficients,
                   ha.bottom_word * hb.bottom_word, context);
@@ -410,7 +455,7 @@ double FFTv4::square_transformed(uint64_t* C, const void* TA, void* scratch, uin
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     std::memcpy(work, work_of(TA), l.transform->work_bytes());
     l.transform->pointwise_square(work, context.parallelizer,
-                                  context.parallelizer != nullptr ? std::max<uint64_t>(1, context.tds) : 1);
+                                  task_count(context, config_, size.complex_points()));
     const uint64_t coefficients = 2 * digits_of(h.operand_words, size.bits) + 1;
     return finish_stored(kFunction, C, 2 * h.operand_words, size, work, points, coefficients,
                   h.bottom_word * h.bottom_word, context);

@@ -30,6 +30,23 @@ struct FFTv4Config {
     // Redo a product that fails the distance check on the next larger transform. Its buffer
     // need is then included in multiply_buffer_bytes().
     bool retry_one_size_up = true;
+    // Operands are split straight into the transform's column pass (fft::SplitSource) when the
+    // points buffer has at least this many bytes, i.e. would not stay in the last-level cache:
+    // the split then saves a write and a read of the whole buffer through DRAM, while in cache
+    // the second look at every digit group that the streamed split needs costs more than it
+    // saves. Measured with one thread on AMD Zen 5 (32 MiB L3 per CCD), streamed vs not:
+    // 100k words (6 MiB of points) 6.4 vs 6.0 ms, 300k (32 MiB) 23.2 vs 25.2 ms, 1M (64 MiB)
+    // 80.9 vs 85.2 ms (fft_mulbench WORDS 1 --cpu, best of 3 runs).
+    uint64_t stream_min_points_bytes = uint64_t(16) << 20;
+    // Transforms below this many complex points run on the calling thread whatever the context
+    // allows. A product has about ten parallel phases, and a hand-over to a worker whose core
+    // sleeps is slow on the measuring machine (a virtual machine): with the second core idle,
+    // 2 threads against 1 (push pool, qmp_mulbench-style operands, best of 3) took 10k words
+    // 0.82 vs 0.49 ms, 100k 6.7 vs 6.1 ms, 200k 13.8 vs 13.6 ms, 300k 15.2 vs 24.0 ms, 500k
+    // 20.2 vs 34.3 ms. With the second core busy the hand-over is fast and 100k words took 4.0
+    // vs 6.7 ms, so the threshold is a machine property worth tuning. 2^19 complex points:
+    // operands from ~150k words up.
+    uint64_t min_parallel_complex_points = uint64_t(1) << 19;
 };
 
 class FFTv4 final : public BasicAlgorithm {

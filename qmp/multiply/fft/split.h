@@ -47,4 +47,31 @@ void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block
                  uint64_t n_complex, Parallelizer* parallelizer, uint64_t tds,
                  uint64_t seed = kDitherSeed);
 
+// The same points produced on demand, so that a transform can read its input while it runs
+// instead of from a points buffer (transform.h, BlockSource). Construction plans the carry into
+// every 64-digit group (one parallel pass over A, then an in-order fix-up of the range
+// boundaries) into `carry_scratch` (scratch_bytes(n) bytes, owned by the caller, alive as long
+// as the source). fill() then writes any blocks [first, first + count) with first and count
+// multiples of 8, exactly the values split_words() writes there. n must be a multiple of 64
+// (true of every transform size); the other contract and errors are split_words()'s.
+class SplitSource final : public BlockSource {
+public:
+    SplitSource(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, uint64_t n_complex,
+                uint8_t* carry_scratch, Parallelizer* parallelizer, uint64_t tds,
+                uint64_t seed = kDitherSeed);
+    static uint64_t scratch_bytes(uint64_t n_complex);
+    void fill(uint64_t first_block, uint64_t count, Block* out) const override;
+
+private:
+    const uint64_t* A_;
+    uint64_t AL_;
+    int bits_;
+    DigitMode mode_;
+    uint64_t n_;
+    uint64_t seed_;
+    uint8_t* carry_in_;
+    uint64_t digits_ = 0;
+    uint64_t planned_groups_ = 0;
+};
+
 }  // namespace qmp::fft

@@ -77,6 +77,29 @@ void Transform::inverse(Block* work, Block* output, void* scratch, Parallelizer*
     engine_->inverse(work, output, p, tds);
 }
 
+void Transform::convolve(const Block* input, Block* work, const Block* other, Block* output, void* scratch,
+                         Parallelizer* p, uint64_t tds) const {
+    (void)scratch;
+    engine_->convolve(input, work, other, output, p, tds);
+}
+
+bool Transform::streams_input() const { return engine_->streams_input(); }
+
+void Transform::forward(const BlockSource& input, Block* work, void* scratch, Parallelizer* p, uint64_t tds) const {
+    (void)scratch;
+    if (!streams_input())
+        throw InvalidParametersException("FFTv4::Transform::forward()", "This transform cannot stream its input.");
+    engine_->forward(input, work, p, tds);
+}
+
+void Transform::convolve(const BlockSource& input, Block* work, const Block* other, Block* output, void* scratch,
+                         Parallelizer* p, uint64_t tds) const {
+    (void)scratch;
+    if (!streams_input())
+        throw InvalidParametersException("FFTv4::Transform::convolve()", "This transform cannot stream its input.");
+    engine_->convolve(input, work, other, output, p, tds);
+}
+
 std::string Transform::description() const {
     const TransformEngine& e = *engine_;
     std::string s = "FFT " + std::to_string(multiplier_) + "*2^" + std::to_string(k_) + " real: " +

@@ -28,6 +28,15 @@ static_assert(sizeof(Block) == 128);
 
 class TransformEngine;
 
+// Input produced on demand: fill() writes blocks [first_block, first_block + count) of the
+// natural-order input (what forward()'s `input` would hold there) into `out`. first_block and
+// count are multiples of 8. Called concurrently from several tasks for disjoint ranges.
+class BlockSource {
+public:
+    virtual ~BlockSource() = default;
+    virtual void fill(uint64_t first_block, uint64_t count, Block* out) const = 0;
+};
+
 class Transform {
 public:
     virtual ~Transform();
@@ -57,6 +66,22 @@ public:
     // input buffer but must not overlap `work`.
     void inverse(Block* work, Block* output, void* scratch, Parallelizer* p,
                  uint64_t tds) const;
+
+    // The product transform in one call: forward(input -> work), work *= other pointwise (work
+    // *= work when `other` is null: a square), inverse(work -> output). The pointwise product
+    // runs inside the row pass while each row is in cache, which saves two sweeps over the work
+    // area. `other` is a forward transform of this transform (it may be `work` of another
+    // operand, not `work` itself); `output` may alias `input`. Same values as the three calls.
+    void convolve(const Block* input, Block* work, const Block* other, Block* output, void* scratch,
+                  Parallelizer* p, uint64_t tds) const;
+
+    // Whether forward() and convolve() can read their input from a BlockSource: four-step
+    // shapes whose column pass takes whole 8-block runs. The source is then read once, inside
+    // the column pass, and no points buffer is written or read.
+    bool streams_input() const;
+    void forward(const BlockSource& input, Block* work, void* scratch, Parallelizer* p, uint64_t tds) const;
+    void convolve(const BlockSource& input, Block* work, const Block* other, Block* output, void* scratch,
+                  Parallelizer* p, uint64_t tds) const;
 
     // One line for logs and reports, e.g. "FFT 3*2^18 real: 3 x 2^17, four-step 1024 x 128, avx2".
     std::string description() const;

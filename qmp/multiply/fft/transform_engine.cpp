@@ -4,7 +4,10 @@
 // one block-column of every sub-transform at a time: w*R blocks, sized to stay in L2) and a row
 // pass (the 7 remaining block levels + 3 in-block levels on 16 KiB rows, in L1). Because each
 // level of the reduction-tree transform uses one twiddle per group, columns need no separate
-// twiddle pass: the row index alone selects the twiddles.
+// twiddle pass: the row index alone selects the twiddles. A product runs B's column pass, then
+// one row pass doing forward rows, the pointwise product and inverse rows while each row unit is
+// in cache (convolve()), then the inverse column pass; the column pass can also produce its
+// input on the fly from a BlockSource instead of reading a points buffer.
 #include "qmp/multiply/fft/transform_engine.h"
 
 #include <cstring>
@@ -125,102 +128,211 @@ constexpr int kSuperRowLevels = 4;
 // KiB: L2); a sub-transform of at most 2^4 rows is a single super-row (one sweep in L2).
 //   super-row pitch  P = 128*G + G blocks      (G padding blocks per super-row)
 //   column group g   blocks g*G .. g*G+G-1 of every super-row, physically contiguous
-void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uint64_t tds) const {
-    const KernelSet& ks = active_kernels();
+// A "row unit" is what the row pass works on: a whole sub-transform in a single sweep, a
+// super-row in a four-step grid. Row units are contiguous and independent, which is what lets
+// convolve() run forward, pointwise product and inverse on one unit while it sits in cache.
+TransformEngine::Grid TransformEngine::grid() const {
+    Grid g;
+    g.s = log_r_ < kSuperRowLevels ? log_r_ : kSuperRowLevels;
+    g.group = uint64_t(1) << g.s;
+    g.super_rows = uint64_t(1) << (log_r_ - g.s);
+    g.super_blocks = kRowBlocks << g.s;
+    g.super_pitch = g.super_blocks + g.group;
+    return g;
+}
+
+uint64_t TransformEngine::row_units() const { return four_step() ? uint64_t(w_) * grid().super_rows : uint64_t(w_); }
+
+Block* TransformEngine::row_unit(Block* work, uint64_t unit, uint64_t& blocks) const {
+    if (!four_step()) {
+        blocks = pitch_;
+        return work + unit * pitch_;
+    }
+    const Grid g = grid();
+    blocks = g.super_pitch;
+    return work + (unit / g.super_rows) * pitch_ + (unit % g.super_rows) * g.super_pitch;
+}
+
+void TransformEngine::forward_columns(const KernelSet& ks, const Block* in, Block* work, Parallelizer* p,
+                                      uint64_t tds) const {
     zero_padding(work);
     if (!four_step()) {
         run_split(p, tds, blocks_, [&](uint64_t b, uint64_t e) {
             ks.reduce_forward(rc_, in, work, b, e - b, 1);
         });
-        run_split(p, tds, w_, [&](uint64_t b, uint64_t e) {
-            for (uint64_t j = b; j < e; ++j) {
-                Block* sub = work + j * pitch_;
-                ks.dif_vertical(sub, 1, log_b_, 1, straight_[j].data(), 0, 0);
-                ks.dif_inblock(sub, blocks_, interleaved_[j].records());
-            }
-        });
         return;
     }
-    const int s = log_r_ < kSuperRowLevels ? log_r_ : kSuperRowLevels;
-    const uint64_t group = uint64_t(1) << s, super_rows = uint64_t(1) << (log_r_ - s);
-    const uint64_t super_blocks = kRowBlocks << s, super_pitch = super_blocks + group;
+    const Grid gr = grid();
     run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
         for (uint64_t g = b; g < e; ++g) {
-            const uint64_t c0 = g * group;
-            for (uint64_t r = 0; r < super_rows; ++r) {
-                if (r + kPrefetchRows < super_rows) {
-                    const uint64_t ia = c0 + (r + kPrefetchRows) * super_blocks;
+            const uint64_t c0 = g * gr.group;
+            for (uint64_t r = 0; r < gr.super_rows; ++r) {
+                if (r + kPrefetchRows < gr.super_rows) {
+                    const uint64_t ia = c0 + (r + kPrefetchRows) * gr.super_blocks;
                     for (int j = 0; j < w_; ++j) {
-                        prefetch_blocks(in + j * blocks_ + ia, group, 0);
-                        prefetch_blocks(work + j * pitch_ + padded_block(ia), group, 1);
+                        prefetch_blocks(in + j * blocks_ + ia, gr.group, 0);
+                        prefetch_blocks(work + j * pitch_ + padded_block(ia), gr.group, 1);
                     }
                 }
-                ks.reduce_forward(rc_, in, work, c0 + r * super_blocks, group, 1);
+                ks.reduce_forward(rc_, in, work, c0 + r * gr.super_blocks, gr.group, 1);
             }
             for (int j = 0; j < w_; ++j)
-                ks.dif_vertical(work + j * pitch_ + padded_block(c0), super_pitch, log_r_ - s, group,
+                ks.dif_vertical(work + j * pitch_ + padded_block(c0), gr.super_pitch, log_r_ - gr.s, gr.group,
                                 straight_[j].data(), 0, 0);
-        }
-    });
-    run_split(p, tds, uint64_t(w_) * super_rows, [&](uint64_t b, uint64_t e) {
-        for (uint64_t t = b; t < e; ++t) {
-            const uint64_t j = t / super_rows, r = t % super_rows;
-            Block* srow = work + j * pitch_ + r * super_pitch;
-            ks.dif_vertical(srow, kRowBlocks + 1, s, kRowBlocks, straight_[j].data(), log_r_ - s, r);
-            for (uint64_t u = 0; u < group; ++u) {
-                const uint64_t row = (r << s) + u;
-                Block* rp = srow + u * (kRowBlocks + 1);
-                ks.dif_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
-                ks.dif_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
-            }
         }
     });
 }
 
-void TransformEngine::inverse(Block* work, Block* out, Parallelizer* p, uint64_t tds) const {
-    const KernelSet& ks = active_kernels();
+void TransformEngine::forward_row_unit(const KernelSet& ks, Block* work, uint64_t unit) const {
     if (!four_step()) {
-        run_split(p, tds, w_, [&](uint64_t b, uint64_t e) {
-            for (uint64_t j = b; j < e; ++j) {
-                Block* sub = work + j * pitch_;
-                ks.dit_inblock(sub, blocks_, interleaved_[j].records());
-                ks.dit_vertical(sub, 1, log_b_, 1, straight_[j].data(), 0, 0);
-            }
-        });
+        Block* sub = work + unit * pitch_;
+        ks.dif_vertical(sub, 1, log_b_, 1, straight_[unit].data(), 0, 0);
+        ks.dif_inblock(sub, blocks_, interleaved_[unit].records());
+        return;
+    }
+    const Grid gr = grid();
+    const uint64_t j = unit / gr.super_rows, r = unit % gr.super_rows;
+    Block* srow = work + j * pitch_ + r * gr.super_pitch;
+    ks.dif_vertical(srow, kRowBlocks + 1, gr.s, kRowBlocks, straight_[j].data(), log_r_ - gr.s, r);
+    for (uint64_t u = 0; u < gr.group; ++u) {
+        const uint64_t row = (r << gr.s) + u;
+        Block* rp = srow + u * (kRowBlocks + 1);
+        ks.dif_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
+        ks.dif_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
+    }
+}
+
+void TransformEngine::inverse_row_unit(const KernelSet& ks, Block* work, uint64_t unit) const {
+    if (!four_step()) {
+        Block* sub = work + unit * pitch_;
+        ks.dit_inblock(sub, blocks_, interleaved_[unit].records());
+        ks.dit_vertical(sub, 1, log_b_, 1, straight_[unit].data(), 0, 0);
+        return;
+    }
+    const Grid gr = grid();
+    const uint64_t j = unit / gr.super_rows, r = unit % gr.super_rows;
+    Block* srow = work + j * pitch_ + r * gr.super_pitch;
+    for (uint64_t u = 0; u < gr.group; ++u) {
+        const uint64_t row = (r << gr.s) + u;
+        Block* rp = srow + u * (kRowBlocks + 1);
+        ks.dit_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
+        ks.dit_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
+    }
+    ks.dit_vertical(srow, kRowBlocks + 1, gr.s, kRowBlocks, straight_[j].data(), log_r_ - gr.s, r);
+}
+
+void TransformEngine::inverse_columns(const KernelSet& ks, Block* work, Block* out, Parallelizer* p,
+                                      uint64_t tds) const {
+    if (!four_step()) {
         run_split(p, tds, blocks_, [&](uint64_t b, uint64_t e) {
             ks.reduce_inverse(rc_, work, out, b, e - b, 1);
         });
         return;
     }
-    const int s = log_r_ < kSuperRowLevels ? log_r_ : kSuperRowLevels;
-    const uint64_t group = uint64_t(1) << s, super_rows = uint64_t(1) << (log_r_ - s);
-    const uint64_t super_blocks = kRowBlocks << s, super_pitch = super_blocks + group;
-    run_split(p, tds, uint64_t(w_) * super_rows, [&](uint64_t b, uint64_t e) {
-        for (uint64_t t = b; t < e; ++t) {
-            const uint64_t j = t / super_rows, r = t % super_rows;
-            Block* srow = work + j * pitch_ + r * super_pitch;
-            for (uint64_t u = 0; u < group; ++u) {
-                const uint64_t row = (r << s) + u;
-                Block* rp = srow + u * (kRowBlocks + 1);
-                ks.dit_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
-                ks.dit_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
-            }
-            ks.dit_vertical(srow, kRowBlocks + 1, s, kRowBlocks, straight_[j].data(), log_r_ - s, r);
-        }
-    });
+    const Grid gr = grid();
     run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
         for (uint64_t g = b; g < e; ++g) {
-            const uint64_t c0 = g * group;
+            const uint64_t c0 = g * gr.group;
             for (int j = 0; j < w_; ++j)
-                ks.dit_vertical(work + j * pitch_ + padded_block(c0), super_pitch, log_r_ - s, group,
+                ks.dit_vertical(work + j * pitch_ + padded_block(c0), gr.super_pitch, log_r_ - gr.s, gr.group,
                                 straight_[j].data(), 0, 0);
-            for (uint64_t r = 0; r < super_rows; ++r) {
-                if (r + kPrefetchRows < super_rows) {
-                    const uint64_t ia = c0 + (r + kPrefetchRows) * super_blocks;
-                    for (int j = 0; j < w_; ++j) prefetch_blocks(out + j * blocks_ + ia, group, 1);
+            for (uint64_t r = 0; r < gr.super_rows; ++r) {
+                if (r + kPrefetchRows < gr.super_rows) {
+                    const uint64_t ia = c0 + (r + kPrefetchRows) * gr.super_blocks;
+                    for (int j = 0; j < w_; ++j) prefetch_blocks(out + j * blocks_ + ia, gr.group, 1);
                 }
-                ks.reduce_inverse(rc_, work, out, c0 + r * super_blocks, group, 1);
+                ks.reduce_inverse(rc_, work, out, c0 + r * gr.super_blocks, gr.group, 1);
             }
+        }
+    });
+}
+
+void TransformEngine::forward(const Block* in, Block* work, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    forward_columns(ks, in, work, p, tds);
+    run_split(p, tds, row_units(), [&](uint64_t b, uint64_t e) {
+        for (uint64_t u = b; u < e; ++u) forward_row_unit(ks, work, u);
+    });
+}
+
+void TransformEngine::inverse(Block* work, Block* out, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    run_split(p, tds, row_units(), [&](uint64_t b, uint64_t e) {
+        for (uint64_t u = b; u < e; ++u) inverse_row_unit(ks, work, u);
+    });
+    inverse_columns(ks, work, out, p, tds);
+}
+
+bool TransformEngine::streams_input() const { return four_step() && grid().group >= 8; }
+
+// The column pass fed from a source: per column group and super-row, the G input blocks of every
+// sub-transform are produced into a small local buffer (w * G blocks, L1) and reduced from there.
+// The reduction kernels address their input as in[j * sub_blocks + i]: a copy of the constants
+// with sub_blocks = G points them at the local buffer, and since a run of G <= 16 blocks never
+// crosses a padding block, work + padded_block(i0) addresses the run's outputs with i = 0 .. G-1.
+void TransformEngine::forward_columns(const KernelSet& ks, const BlockSource& in, Block* work, Parallelizer* p,
+                                      uint64_t tds) const {
+    zero_padding(work);
+    const Grid gr = grid();
+    ReductionConstants local_rc = rc_;
+    local_rc.sub_blocks = gr.group;
+    run_split(p, tds, kRowBlocks, [&](uint64_t b, uint64_t e) {
+        alignas(128) Block local[7 * 16];
+        for (uint64_t g = b; g < e; ++g) {
+            const uint64_t c0 = g * gr.group;
+            for (uint64_t r = 0; r < gr.super_rows; ++r) {
+                const uint64_t i0 = c0 + r * gr.super_blocks;
+                if (r + kPrefetchRows < gr.super_rows) {
+                    const uint64_t ia = i0 + kPrefetchRows * gr.super_blocks;
+                    for (int j = 0; j < w_; ++j) prefetch_blocks(work + j * pitch_ + padded_block(ia), gr.group, 1);
+                }
+                for (int j = 0; j < w_; ++j) in.fill(j * blocks_ + i0, gr.group, local + j * gr.group);
+                ks.reduce_forward(local_rc, local, work + padded_block(i0), 0, gr.group, 1);
+            }
+            for (int j = 0; j < w_; ++j)
+                ks.dif_vertical(work + j * pitch_ + padded_block(c0), gr.super_pitch, log_r_ - gr.s, gr.group,
+                                straight_[j].data(), 0, 0);
+        }
+    });
+}
+
+void TransformEngine::forward(const BlockSource& in, Block* work, Parallelizer* p, uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    forward_columns(ks, in, work, p, tds);
+    run_split(p, tds, row_units(), [&](uint64_t b, uint64_t e) {
+        for (uint64_t u = b; u < e; ++u) forward_row_unit(ks, work, u);
+    });
+}
+
+void TransformEngine::convolve(const BlockSource& in, Block* work, const Block* other, Block* out, Parallelizer* p,
+                               uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    forward_columns(ks, in, work, p, tds);
+    product_rows(ks, work, other, p, tds);
+    inverse_columns(ks, work, out, p, tds);
+}
+
+void TransformEngine::convolve(const Block* in, Block* work, const Block* other, Block* out, Parallelizer* p,
+                               uint64_t tds) const {
+    const KernelSet& ks = active_kernels();
+    forward_columns(ks, in, work, p, tds);
+    product_rows(ks, work, other, p, tds);
+    inverse_columns(ks, work, out, p, tds);
+}
+
+void TransformEngine::product_rows(const KernelSet& ks, Block* work, const Block* other, Parallelizer* p,
+                                   uint64_t tds) const {
+    run_split(p, tds, row_units(), [&](uint64_t b, uint64_t e) {
+        for (uint64_t u = b; u < e; ++u) {
+            uint64_t count;
+            Block* unit = row_unit(work, u, count);
+            forward_row_unit(ks, work, u);
+            if (other != nullptr) {
+                ks.multiply(unit, other + (unit - work), count);
+            } else {
+                ks.square(unit, count);
+            }
+            inverse_row_unit(ks, work, u);
         }
     });
 }

@@ -36,6 +36,16 @@ public:
     void inverse(Block* work, Block* out, Parallelizer* p, uint64_t tds) const;
     void multiply(Block* a, const Block* b, Parallelizer* p, uint64_t tds) const;
     void square(Block* a, Parallelizer* p, uint64_t tds) const;
+    // forward(in -> work), work *= other (work *= work when other is null), inverse(work -> out),
+    // with the product done row unit by row unit inside the row pass. Same values as the
+    // separate calls.
+    void convolve(const Block* in, Block* work, const Block* other, Block* out, Parallelizer* p,
+                  uint64_t tds) const;
+    // The same two with the input read from a source inside the column pass (streams_input()).
+    bool streams_input() const;
+    void forward(const BlockSource& in, Block* work, Parallelizer* p, uint64_t tds) const;
+    void convolve(const BlockSource& in, Block* work, const Block* other, Block* out, Parallelizer* p,
+                  uint64_t tds) const;
 
     // Test seam: perturbs one twiddle of sub-transform `sub` at depth `depth` (straight levels
     // below log2(B), in-block levels above; in a four-step grid an in-block fault lands on the
@@ -43,7 +53,25 @@ public:
     void perturb_twiddle(int sub, int depth, uint64_t group, double delta);
 
 private:
+    struct Grid {
+        int s;                  // levels per super-row beyond the 128-block row
+        uint64_t group;         // G = 2^s rows per super-row
+        uint64_t super_rows;    // super-rows per sub-transform
+        uint64_t super_blocks;  // logical blocks per super-row (128 G)
+        uint64_t super_pitch;   // physical blocks per super-row (128 G + G)
+    };
+    Grid grid() const;
+    uint64_t row_units() const;
+    // First block and physical block count of a row unit.
+    Block* row_unit(Block* work, uint64_t unit, uint64_t& blocks) const;
     void zero_padding(Block* work) const;
+    void forward_columns(const KernelSet& ks, const Block* in, Block* work, Parallelizer* p, uint64_t tds) const;
+    void forward_columns(const KernelSet& ks, const BlockSource& in, Block* work, Parallelizer* p,
+                         uint64_t tds) const;
+    void product_rows(const KernelSet& ks, Block* work, const Block* other, Parallelizer* p, uint64_t tds) const;
+    void forward_row_unit(const KernelSet& ks, Block* work, uint64_t unit) const;
+    void inverse_row_unit(const KernelSet& ks, Block* work, uint64_t unit) const;
+    void inverse_columns(const KernelSet& ks, Block* work, Block* out, Parallelizer* p, uint64_t tds) const;
 
     int m_, k_, d_, w_;
     uint64_t n_;

@@ -12,6 +12,7 @@
 #include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/limit_table.h"
 #include "qmp/parallel/cppasync_framework.h"
+#include "qmp/parallel/parallel_framework.h"
 #include "qmp/parallel/pushpool_framework.h"
 #include "tests/qmp/multiply/multiply_test_support.h"
 
@@ -103,12 +104,26 @@ std::vector<Row> plan_rows(const FFTv4& fft, int max_log2_points) {
     return rows;
 }
 
-void run_matrix(int max_log2_points, bool with_reference) {
+// A configuration that splits operands straight into the column pass at every size that can,
+// and one that hands every size to the framework's tasks.
+FFTv4::Config streamed_config() {
+    FFTv4::Config config;
+    config.stream_min_points_bytes = 0;
+    return config;
+}
+FFTv4::Config parallel_config(FFTv4::Config config) {
+    config.min_parallel_complex_points = 0;
+    return config;
+}
+
+void run_matrix(int max_log2_points, bool with_reference, const FFTv4::Config& config = FFTv4::Config{},
+                int min_log2_points = 0) {
     SCOPED_TRACE(test::seed_trace());
     Rng rng(test::test_seed());
-    const FFTv4 fft;
+    const FFTv4 fft(FFTv4::max_product_words_for(config), config);
     const Product product{fft};
     for (const Row& row : plan_rows(fft, max_log2_points)) {
+        if (fft::ceil_log2_points(row.size.m, row.size.k) < min_log2_points) continue;
         // The boundaries are exact: one word more moves to the next size.
         ASSERT_EQ(fft.plan(row.lo_words), row.size);
         ASSERT_EQ(fft.plan(row.hi_words), row.size);
@@ -135,23 +150,32 @@ void run_matrix(int max_log2_points, bool with_reference) {
     }
 }
 
-TEST(FFTv4, ExactAtEveryRowBoundary) { run_matrix(15, true); }
+TEST(FFTv4, ExactAtEveryRowBoundary) {
+    run_matrix(17, true);
+    SCOPED_TRACE("streamed split");
+    run_matrix(17, true, streamed_config(), 16);
+}
 
 TEST(FFTv4, ExactAtLargeRowBoundariesLong) {
     if (std::getenv("QMP_TEST_LONG") == nullptr) GTEST_SKIP() << "set QMP_TEST_LONG=1";
     run_matrix(21, false);
+    run_matrix(21, false, streamed_config(), 18);
 }
 
 TEST(FFTv4, WorstInputsStayWithinTheMeasuredMargin) {
     // At the table's bits per point the worst inputs kept the distance <= 1/8 when measured;
-    // a larger one here means the transform lost accuracy (twiddles, kernels).
-    const FFTv4 fft;
+    // a larger one here means the transform lost accuracy (twiddles, kernels) or a table entry
+    // is too optimistic (the plain balanced and unsigned columns had such rows).
     const int max_log2 = std::getenv("QMP_TEST_LONG") ? 22 : 17;
-    for (const Row& row : plan_rows(fft, max_log2)) {
-        for (auto type : {FFTv4::TestType::FusedMul, FFTv4::TestType::FusedSqr}) {
-            const auto r = fft.Test_Multiply(type, FFTv4::InputType::Worst, row.hi_words / 2);
-            EXPECT_TRUE(r.passed) << r.label;
-            EXPECT_LE(r.max_distance, 0.125) << r.label;
+    for (const char* name : {"default", "balanced", "unsigned"}) {
+        const FFTv4::Config config = FFTv4::load_config(name);
+        const FFTv4 fft(FFTv4::max_product_words_for(config), config);
+        for (const Row& row : plan_rows(fft, max_log2)) {
+            for (auto type : {FFTv4::TestType::FusedMul, FFTv4::TestType::FusedSqr}) {
+                const auto r = fft.Test_Multiply(type, FFTv4::InputType::Worst, row.hi_words / 2);
+                EXPECT_TRUE(r.passed) << name << " " << r.label;
+                EXPECT_LE(r.max_distance, 0.125) << name << " " << r.label;
+            }
         }
     }
 }
@@ -256,58 +280,65 @@ TEST(FFTv4, BottomWordAndStoreMessages) {
 TEST(FFTv4, StoredTransformsGiveFreshProducts) {
     SCOPED_TRACE(test::seed_trace());
     Rng rng(test::test_seed() + 4);
-    const FFTv4 fft;
-    const uint64_t max_words = 9000;
-    const auto A = pattern(rng, 4000, 0);
-    std::vector<char> TA(fft.transform_buffer_bytes(max_words)), TB(fft.transform_buffer_bytes(max_words));
-    std::vector<char> scratch(fft.stored_multiply_buffer_bytes(max_words));
-    fft.forward_operand(TA.data(), TA.size(), A.data(), A.size(), max_words, scratch.data(), scratch.size(), {});
-    for (uint64_t BL : {1, 77, 4000, 5000}) {
-        const auto B = pattern(rng, BL, int(BL % 4));
-        std::vector<uint64_t> C(A.size() + BL);
-        fft.multiply_transformed(C.data(), TA.data(), B.data(), BL, scratch.data(), scratch.size(), {});
-        EXPECT_EQ(C, karatsuba(A, B)) << "BL=" << BL;
-    }
-    const auto B = pattern(rng, 3500, 2);
-    fft.forward_operand(TB.data(), TB.size(), B.data(), B.size(), max_words, scratch.data(), scratch.size(), {});
-    std::vector<uint64_t> C(A.size() + B.size()), S(2 * A.size());
-    fft.multiply_transformed(C.data(), TA.data(), TB.data(), scratch.data(), scratch.size(), {});
-    EXPECT_EQ(C, karatsuba(A, B));
-    fft.square_transformed(S.data(), TA.data(), scratch.data(), scratch.size(), {});
-    EXPECT_EQ(S, karatsuba(A, A));
+    const FFTv4 fft(FFTv4::max_product_words_for(streamed_config()), streamed_config());
+    // A four-step size whose column pass reads the words directly, then a single-sweep one.
+    for (uint64_t max_words : {40000, 9000}) {
+        SCOPED_TRACE("max_words=" + std::to_string(max_words));
+        const uint64_t AL = max_words * 4 / 9;
+        const auto A = pattern(rng, AL, 0);
+        std::vector<char> TA(fft.transform_buffer_bytes(max_words)), TB(fft.transform_buffer_bytes(max_words));
+        std::vector<char> scratch(fft.stored_multiply_buffer_bytes(max_words));
+        fft.forward_operand(TA.data(), TA.size(), A.data(), A.size(), max_words, scratch.data(), scratch.size(), {});
+        for (uint64_t BL : {uint64_t(1), uint64_t(77), AL, AL * 5 / 4}) {
+            const auto B = pattern(rng, BL, int(BL % 4));
+            std::vector<uint64_t> C(A.size() + BL);
+            fft.multiply_transformed(C.data(), TA.data(), B.data(), BL, scratch.data(), scratch.size(), {});
+            EXPECT_EQ(C, karatsuba(A, B)) << "BL=" << BL;
+        }
+        const auto B = pattern(rng, AL * 7 / 8, 2);
+        fft.forward_operand(TB.data(), TB.size(), B.data(), B.size(), max_words, scratch.data(), scratch.size(), {});
+        std::vector<uint64_t> C(A.size() + B.size()), S(2 * A.size());
+        fft.multiply_transformed(C.data(), TA.data(), TB.data(), scratch.data(), scratch.size(), {});
+        EXPECT_EQ(C, karatsuba(A, B));
+        fft.square_transformed(S.data(), TA.data(), scratch.data(), scratch.size(), {});
+        EXPECT_EQ(S, karatsuba(A, A));
+        if (max_words != 9000) continue;
 
-    // Too long a partner, or a transform made by another configuration, is refused.
-    const TransformSize stored = fft.plan(max_words);
-    const uint64_t capacity_words = (stored.real_points() - 2) * stored.bits / 64;
-    const auto too_long = pattern(rng, capacity_words - A.size() + 1, 0);
-    std::vector<uint64_t> E(A.size() + too_long.size());
-    EXPECT_THROW(fft.multiply_transformed(E.data(), TA.data(), too_long.data(), too_long.size(), scratch.data(),
-                                          scratch.size(), {}),
-                 InvalidParametersException);
-    const FFTv4 balanced(FFTv4::max_product_words_for(FFTv4::load_config("balanced")), FFTv4::load_config("balanced"));
-    try {
-        balanced.square_transformed(S.data(), TA.data(), scratch.data(), scratch.size(), {});
-        ADD_FAILURE();
-    } catch (const InvalidParametersException& e) {
-        EXPECT_EQ(e.message(), "Stored transform is incompatible with this product.");
+        // Too long a partner, or a transform made by another configuration, is refused.
+        const TransformSize stored = fft.plan(max_words);
+        const uint64_t capacity_words = (stored.real_points() - 2) * stored.bits / 64;
+        const auto too_long = pattern(rng, capacity_words - A.size() + 1, 0);
+        std::vector<uint64_t> E(A.size() + too_long.size());
+        EXPECT_THROW(fft.multiply_transformed(E.data(), TA.data(), too_long.data(), too_long.size(), scratch.data(),
+                                              scratch.size(), {}),
+                     InvalidParametersException);
+        const FFTv4 balanced(FFTv4::max_product_words_for(FFTv4::load_config("balanced")), FFTv4::load_config("balanced"));
+        try {
+            balanced.square_transformed(S.data(), TA.data(), scratch.data(), scratch.size(), {});
+            ADD_FAILURE();
+        } catch (const InvalidParametersException& e) {
+            EXPECT_EQ(e.message(), "Stored transform is incompatible with this product.");
+        }
     }
 }
 
 TEST(FFTv4, SameWordsForEveryFrameworkAndTaskCount) {
     SCOPED_TRACE(test::seed_trace());
     Rng rng(test::test_seed() + 5);
-    const FFTv4 fft;
-    SequentialParallelizer sequential;
-    CppAsyncFramework async;
-    PushPoolFramework pool;
+    const FFTv4 fft(FFTv4::max_product_words_for(FFTv4::Config{}), parallel_config(FFTv4::Config{}));
+    const FFTv4 streamed(FFTv4::max_product_words_for(streamed_config()), parallel_config(streamed_config()));
     const auto A = pattern(rng, 70000, 0), B = pattern(rng, 50000, 3);
     const auto reference = Product{fft, {nullptr, nullptr, 1}}(A, B);
+    const auto reference_square = Product{fft, {nullptr, nullptr, 1}}(A, A);
     EXPECT_TRUE(residues_match(A, B, reference));
-    for (Parallelizer* p : {static_cast<Parallelizer*>(&sequential), static_cast<Parallelizer*>(&async),
-                            static_cast<Parallelizer*>(&pool)}) {
+    EXPECT_TRUE(residues_match(A, A, reference_square));
+    for (const ParallelFrameworkType& type : parallel_framework_types()) {
+        const auto framework = make_parallel_framework(type.default_config());
         for (uint64_t tds : {2, 3, 8}) {
-            EXPECT_EQ(Product(fft, {nullptr, p, tds})(A, B), reference) << p->description() << " tds=" << tds;
+            EXPECT_EQ(Product(fft, {nullptr, framework.get(), tds})(A, B), reference) << type.key << " tds=" << tds;
+            EXPECT_EQ(Product(streamed, {nullptr, framework.get(), tds})(A, B), reference) << type.key << " tds=" << tds;
         }
+        EXPECT_EQ(Product(streamed, {nullptr, framework.get(), 2})(A, A), reference_square) << type.key;
     }
 }
 

@@ -54,7 +54,7 @@ TEST(SplitRelease, RoundTripIsIdentityForEveryWidthAndMode) {
     Rng rng(test::test_seed());
     for (DigitMode mode : {DigitMode::Dithered, DigitMode::Balanced, DigitMode::Unsigned}) {
         for (int bits = 1; bits <= 24; ++bits) {
-            for (uint64_t words : {1, 3, 17}) {
+            for (uint64_t words : {1, 3, 17, 100}) {
                 int which = 0;
                 for (const auto& A : operands(rng, words, bits)) {
                     SCOPED_TRACE(std::string(digit_mode_name(mode)) + " bits=" + std::to_string(bits) +
@@ -171,6 +171,47 @@ TEST(SplitRelease, SplitDoesNotDependOnTheTaskSplit) {
     }
 }
 
+TEST(SplitRelease, StreamedSplitEqualsSplitWords) {
+    // The streamed split plans group carries in parallel and emits any 8-block run on its own;
+    // every block must equal what split_words() writes, for carry chains across plan ranges
+    // (tds), runs that straddle the two sides, the top carry digit and the zero tail.
+    SCOPED_TRACE(test::seed_trace());
+    Rng rng(test::test_seed() + 4);
+    CppAsyncFramework threads;
+    for (DigitMode mode : {DigitMode::Dithered, DigitMode::Balanced, DigitMode::Unsigned}) {
+        for (int bits : {1, 11, 16, 17, 19, 24}) {
+            for (uint64_t words : {1, 37, 5000, 12345}) {
+                for (int which : {0, 1, 2}) {
+                    std::vector<uint64_t> A = which == 0 ? test::make_operand(rng, words, Pattern::Random)
+                                            : which == 1 ? structured(words, bits, (uint64_t(1) << (bits - 1)) - 1)
+                                                         : std::vector<uint64_t>(words, ~uint64_t(0));
+                    if (which == 1) A[0] |= uint64_t(1) << (bits - 1);
+                    const uint64_t digits = split_digit_count(words, bits);
+                    const uint64_t n = (digits / 2 / 64 + 1) * 64 + (which == 2 ? 64 : 0);
+                    std::vector<Block> expected(n / 8), streamed(n / 8);
+                    split_words(A.data(), words, bits, mode, expected.data(), n, nullptr, 1);
+                    std::vector<uint8_t> carries(SplitSource::scratch_bytes(n));
+                    for (uint64_t tds : {1, 3}) {
+                        SCOPED_TRACE(std::string(digit_mode_name(mode)) + " bits=" + std::to_string(bits) +
+                                     " words=" + std::to_string(words) + " operand=" + std::to_string(which) +
+                                     " tds=" + std::to_string(tds));
+                        const SplitSource source(A.data(), words, bits, mode, n, carries.data(),
+                                                 tds > 1 ? &threads : nullptr, tds);
+                        std::fill(streamed.begin(), streamed.end(), Block{{1, 1, 1, 1, 1, 1, 1, 1}, {1, 1, 1, 1, 1, 1, 1, 1}});
+                        // Runs in a scrambled order and of mixed lengths, as the column pass asks.
+                        for (uint64_t b = n / 8; b >= 8;) {
+                            const uint64_t run = b >= 16 && (b / 8) % 3 == 0 ? 16 : 8;
+                            b -= run;
+                            source.fill(b, run, streamed.data() + b);
+                        }
+                        ASSERT_EQ(0, std::memcmp(expected.data(), streamed.data(), n * 16));
+                    }
+                }
+            }
+        }
+    }
+}
+
 TEST(SplitRelease, GuardsFireOnBadCoefficients) {
     const uint64_t n = 64;
     const int bits = 16;
@@ -191,6 +232,12 @@ TEST(SplitRelease, GuardsFireOnBadCoefficients) {
     EXPECT_TRUE(run(0, -1.0, 32).overrun);
     EXPECT_FALSE(run(31, 65535.0, 32).overrun);
     EXPECT_EQ(C[7], uint64_t(65535) << 48);
+    // Coefficients beyond 2^51 take the scalar conversion: still exact.
+    for (double big : {std::ldexp(1.0, 56) + 16.0, std::ldexp(1.0, 51), std::ldexp(1.0, 61) + 1024.0}) {
+        EXPECT_FALSE(run(0, big, 32).overrun);
+        EXPECT_EQ(C[0], static_cast<uint64_t>(big));
+        EXPECT_EQ(C[1], 0u);
+    }
 }
 
 TEST(SplitRelease, OperandTooLargeForTheTransformIsRejected) {
