@@ -181,8 +181,18 @@ struct Kernels {
             T::st(out.im + o, i);
         }
     }
+    // A traits type may fuse the record product into its in-block kernel (keeping the record in
+    // registers); otherwise the record goes through a Block on the stack.
+    static constexpr bool kFusedFactored = requires(Block& x, const Block& s) {
+        T::inblock_forward_factored(x, s, s);
+        T::inblock_inverse_factored(x, s, s);
+    };
     static void dif_inblock_factored(Block* blocks, uint64_t count, const Block* sigma,
                                      const Block* rho) {
+        if constexpr (kFusedFactored) {
+            for (uint64_t b = 0; b < count; ++b) T::inblock_forward_factored(blocks[b], sigma[b], *rho);
+            return;
+        }
         for (uint64_t b = 0; b < count; ++b) {
             Block rec;
             factored_record(rec, sigma[b], *rho);
@@ -191,6 +201,10 @@ struct Kernels {
     }
     static void dit_inblock_factored(Block* blocks, uint64_t count, const Block* sigma,
                                      const Block* rho) {
+        if constexpr (kFusedFactored) {
+            for (uint64_t b = 0; b < count; ++b) T::inblock_inverse_factored(blocks[b], sigma[b], *rho);
+            return;
+        }
         for (uint64_t b = 0; b < count; ++b) {
             Block rec;
             factored_record(rec, sigma[b], *rho);
@@ -233,15 +247,21 @@ struct Kernels {
             __builtin_prefetch(p + 64, 0);
         }
     }
-    static void reduce_forward(const ReductionConstants& rc, const Block* in, Block* work,
-                               uint64_t i0, uint64_t count, uint64_t step) {
-        const int w = rc.w;
+    // The reduction with m and w fixed at compile time, so that the w slices and the DFT stay in
+    // registers and the symmetric DFT is inlined (a run-time m kept them in stack arrays behind a
+    // call per slice; the unroll pragmas make every slice index a constant). reduce_forward /
+    // reduce_inverse pick the instance once per call from the (m, w) pairs of the reduction table.
+    template <int M, int WN>
+    static void reduce_forward_fixed(const ReductionConstants& rc, const Block* in, Block* work,
+                                     uint64_t i0, uint64_t count, uint64_t step) {
+        constexpr int w = WN;
         for (uint64_t c = 0; c < count; ++c) {
             const uint64_t i = i0 + c * step;
             const uint64_t pi = padded_block(i);
             if (step > 1 && c + kPrefetchAhead < count) {
                 // Strided walks (columns) defeat the hardware prefetchers: fetch ahead by hand.
                 const uint64_t ia = i + kPrefetchAhead * step;
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
                     prefetch_block(in + j * rc.sub_blocks + ia, 0);
                     prefetch_block(work + j * rc.sub_pitch + padded_block(ia), 1);
@@ -250,17 +270,20 @@ struct Kernels {
             for (int v = 0; v < NV; ++v) {
                 const int o = v * T::W;
                 V xr[7], xi[7];
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
                     xr[j] = T::ld(in[j * rc.sub_blocks + i].re + o);
                     xi[j] = T::ld(in[j * rc.sub_blocks + i].im + o);
                 }
-                if (rc.m == 1) {
-                    forward_radix2_levels(rc, xr, xi);
+                if constexpr (M == 1) {
+                    forward_radix2_levels<WN>(rc, xr, xi);
                 } else {
-                    for (int r = 1; r < rc.m; ++r)
+                    #pragma GCC unroll 8
+                    for (int r = 1; r < M; ++r)
                         cmul(xr[r], xi[r], T::bc(rc.twist[r].re), T::bc(rc.twist[r].im));
-                    dft_symmetric(rc, xr, xi, false);
+                    dft_symmetric<M>(rc, xr, xi, false);
                 }
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
                     T::st(work[j * rc.sub_pitch + pi].re + o, xr[j]);
                     T::st(work[j * rc.sub_pitch + pi].im + o, xi[j]);
@@ -269,43 +292,74 @@ struct Kernels {
         }
     }
 
-    static void reduce_inverse(const ReductionConstants& rc, const Block* work, Block* out,
-                               uint64_t i0, uint64_t count, uint64_t step) {
-        const int w = rc.w;
+    template <int M, int WN>
+    static void reduce_inverse_fixed(const ReductionConstants& rc, const Block* work, Block* out,
+                                     uint64_t i0, uint64_t count, uint64_t step) {
+        constexpr int w = WN;
         for (uint64_t c = 0; c < count; ++c) {
             const uint64_t i = i0 + c * step;
             const uint64_t pi = padded_block(i);
             if (step > 1 && c + kPrefetchAhead < count) {
                 const uint64_t ia = i + kPrefetchAhead * step;
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) prefetch_block(out + j * rc.sub_blocks + ia, 1);
             }
             for (int v = 0; v < NV; ++v) {
                 const int o = v * T::W;
                 V xr[7], xi[7];
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
                     xr[j] = T::ld(work[j * rc.sub_pitch + pi].re + o);
                     xi[j] = T::ld(work[j * rc.sub_pitch + pi].im + o);
                 }
-                if (rc.m == 1) {
-                    inverse_radix2_levels(rc, xr, xi);
+                if constexpr (M == 1) {
+                    inverse_radix2_levels<WN>(rc, xr, xi);
                     const V sc = T::bc(rc.inv_n);
+                    #pragma GCC unroll 8
                     for (int j = 0; j < w; ++j) {
                         xr[j] = T::mul(xr[j], sc);
                         xi[j] = T::mul(xi[j], sc);
                     }
                 } else {
-                    dft_symmetric(rc, xr, xi, true);
+                    dft_symmetric<M>(rc, xr, xi, true);
                     const V sc = T::bc(rc.inv_n);
                     xr[0] = T::mul(xr[0], sc);
                     xi[0] = T::mul(xi[0], sc);
-                    for (int r = 1; r < rc.m; ++r)
+                    #pragma GCC unroll 8
+                    for (int r = 1; r < M; ++r)
                         cmul(xr[r], xi[r], T::bc(rc.inv_twist[r].re), T::bc(rc.inv_twist[r].im));
                 }
+                #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
                     T::st(out[j * rc.sub_blocks + i].re + o, xr[j]);
                     T::st(out[j * rc.sub_blocks + i].im + o, xi[j]);
                 }
             }
+        }
+    }
+
+    static void reduce_forward(const ReductionConstants& rc, const Block* in, Block* work, uint64_t i0,
+                               uint64_t count, uint64_t step) {
+        switch (rc.m * 8 + rc.w) {
+            case 8 + 1: return reduce_forward_fixed<1, 1>(rc, in, work, i0, count, step);
+            case 8 + 2: return reduce_forward_fixed<1, 2>(rc, in, work, i0, count, step);
+            case 8 + 4: return reduce_forward_fixed<1, 4>(rc, in, work, i0, count, step);
+            case 24 + 3: return reduce_forward_fixed<3, 3>(rc, in, work, i0, count, step);
+            case 40 + 5: return reduce_forward_fixed<5, 5>(rc, in, work, i0, count, step);
+            case 56 + 7: return reduce_forward_fixed<7, 7>(rc, in, work, i0, count, step);
+            default: __builtin_trap();  // the reduction table holds no other (m, w) pair
+        }
+    }
+    static void reduce_inverse(const ReductionConstants& rc, const Block* work, Block* out, uint64_t i0,
+                               uint64_t count, uint64_t step) {
+        switch (rc.m * 8 + rc.w) {
+            case 8 + 1: return reduce_inverse_fixed<1, 1>(rc, work, out, i0, count, step);
+            case 8 + 2: return reduce_inverse_fixed<1, 2>(rc, work, out, i0, count, step);
+            case 8 + 4: return reduce_inverse_fixed<1, 4>(rc, work, out, i0, count, step);
+            case 24 + 3: return reduce_inverse_fixed<3, 3>(rc, work, out, i0, count, step);
+            case 40 + 5: return reduce_inverse_fixed<5, 5>(rc, work, out, i0, count, step);
+            case 56 + 7: return reduce_inverse_fixed<7, 7>(rc, work, out, i0, count, step);
+            default: __builtin_trap();  // the reduction table holds no other (m, w) pair
         }
     }
 
@@ -327,9 +381,11 @@ struct Kernels {
         yi = di;
     }
 
-    static inline void forward_radix2_levels(const ReductionConstants& rc, V* xr, V* xi) {
-        const int w = rc.w;
-        for (int d = 0; d + 1 < rc.depth; ++d) {
+    template <int WN>
+    __attribute__((always_inline)) static inline void forward_radix2_levels(const ReductionConstants& rc, V* xr,
+                                                                            V* xi) {
+        constexpr int w = WN;
+        for (int d = 0; (1 << d) < w; ++d) {
             const int span = w >> d, half = span / 2;
             for (int g = 0; g < (1 << d); ++g)
                 for (int j = 0; j < half; ++j) {
@@ -338,9 +394,11 @@ struct Kernels {
                 }
         }
     }
-    static inline void inverse_radix2_levels(const ReductionConstants& rc, V* xr, V* xi) {
-        const int w = rc.w;
-        for (int d = rc.depth - 2; d >= 0; --d) {
+    template <int WN>
+    __attribute__((always_inline)) static inline void inverse_radix2_levels(const ReductionConstants& rc, V* xr,
+                                                                            V* xi) {
+        constexpr int w = WN;
+        for (int d = (WN == 4 ? 1 : WN == 2 ? 0 : -1); d >= 0; --d) {
             const int span = w >> d, half = span / 2;
             for (int g = 0; g < (1 << d); ++g)
                 for (int j = 0; j < half; ++j) {
@@ -352,9 +410,12 @@ struct Kernels {
 
     // y_q = sum_r x_r exp(+-2 pi i qr/m) in the symmetric form: pair x_r with x_{m-r}, cosines on
     // the sums and sines on the differences (half the multiplies of the direct sum).
-    static inline void dft_symmetric(const ReductionConstants& rc, V* xr, V* xi, bool inverse) {
-        const int m = rc.m, h = (m - 1) / 2;
+    template <int M>
+    __attribute__((always_inline)) static inline void dft_symmetric(const ReductionConstants& rc, V* xr, V* xi,
+                                                                    bool inverse) {
+        constexpr int m = M, h = (m - 1) / 2;
         V sr[3], si[3], dr[3], di[3];
+        #pragma GCC unroll 8
         for (int r = 1; r <= h; ++r) {
             sr[r - 1] = T::add(xr[r], xr[m - r]);
             si[r - 1] = T::add(xi[r], xi[m - r]);
@@ -363,14 +424,17 @@ struct Kernels {
         }
         const V x0r = xr[0], x0i = xi[0];
         V y0r = x0r, y0i = x0i;
+        #pragma GCC unroll 8
         for (int r = 0; r < h; ++r) {
             y0r = T::add(y0r, sr[r]);
             y0i = T::add(y0i, si[r]);
         }
         xr[0] = y0r;
         xi[0] = y0i;
+        #pragma GCC unroll 8
         for (int q = 1; q <= h; ++q) {
             V ar = x0r, ai = x0i, br = T::bc(0.0), bi = T::bc(0.0);
+            #pragma GCC unroll 8
             for (int r = 1; r <= h; ++r) {
                 const V c = T::bc(rc.cos_qr[q][r]), s = T::bc(rc.sin_qr[q][r]);
                 ar = T::fmadd(c, sr[r - 1], ar);

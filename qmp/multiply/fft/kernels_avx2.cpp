@@ -63,16 +63,51 @@ struct Avx2Traits {
         bi = di;
     }
 
-    __attribute__((always_inline)) static inline void inblock_forward(Block& x, const Block& rec) {
+    // The three in-block levels with their twiddles already in lane order: (s4) broadcast,
+    // (s2) slots 1 1 2 2, (s1) slots 3 4 5 6.
+    struct LevelTwiddles {
+        V s4r, s4i, s2r, s2i, s1r, s1i;
+    };
+    static inline LevelTwiddles twiddles_from_memory(const Block& rec) {
+        return {bc(rec.re[0]),           bc(rec.im[0]),           pair_lanes(rec.re + 1),
+                pair_lanes(rec.im + 1),  _mm256_loadu_pd(rec.re + 3), _mm256_loadu_pd(rec.im + 3)};
+    }
+    // Same lanes from a record held in registers (lo = slots 0-3, hi = slots 4-7). The factored
+    // records are computed per block; spilling them to the stack and reading them back with
+    // broadcasts and a load that straddles two stores defeats store forwarding, which cost more
+    // than the in-block butterflies themselves. Two shuffles per vector instead.
+    static inline void level_lanes(V lo, V hi, V& s4, V& s2, V& s1) {
+        s4 = _mm256_permute4x64_pd(lo, 0x00);
+        s2 = _mm256_permute4x64_pd(lo, 0xA5);
+        s1 = _mm256_shuffle_pd(_mm256_permute2f128_pd(lo, hi, 0x21), hi, 0x5);
+    }
+    static inline LevelTwiddles twiddles_from_registers(V re_lo, V re_hi, V im_lo, V im_hi) {
+        LevelTwiddles t;
+        level_lanes(re_lo, re_hi, t.s4r, t.s2r, t.s1r);
+        level_lanes(im_lo, im_hi, t.s4i, t.s2i, t.s1i);
+        return t;
+    }
+    // sigma * rho for one block, in registers.
+    static inline LevelTwiddles factored_twiddles(const Block& sigma, const Block& rho) {
+        V r0 = ld(sigma.re), i0 = ld(sigma.im), r1 = ld(sigma.re + 4), i1 = ld(sigma.im + 4);
+        V tr, ti;
+        twiddle(tr, ti, r0, i0, ld(rho.re), ld(rho.im));
+        r0 = tr;
+        i0 = ti;
+        twiddle(tr, ti, r1, i1, ld(rho.re + 4), ld(rho.im + 4));
+        return twiddles_from_registers(r0, tr, i0, ti);
+    }
+
+    __attribute__((always_inline)) static inline void inblock_forward(Block& x, const LevelTwiddles& t) {
         V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
-        butterfly(r0, i0, r1, i1, bc(rec.re[0]), bc(rec.im[0]));
+        butterfly(r0, i0, r1, i1, t.s4r, t.s4i);
         V ar, br, ai, bi;
         regroup_in(r0, r1, ar, br);
         regroup_in(i0, i1, ai, bi);
-        butterfly(ar, ai, br, bi, pair_lanes(rec.re + 1), pair_lanes(rec.im + 1));
+        butterfly(ar, ai, br, bi, t.s2r, t.s2i);
         V cr = _mm256_unpacklo_pd(ar, br), dr = _mm256_unpackhi_pd(ar, br);
         V ci = _mm256_unpacklo_pd(ai, bi), di = _mm256_unpackhi_pd(ai, bi);
-        butterfly(cr, ci, dr, di, _mm256_loadu_pd(rec.re + 3), _mm256_loadu_pd(rec.im + 3));
+        butterfly(cr, ci, dr, di, t.s1r, t.s1i);
         const V er = _mm256_unpacklo_pd(cr, dr), fr = _mm256_unpackhi_pd(cr, dr);
         const V ei = _mm256_unpacklo_pd(ci, di), fi = _mm256_unpackhi_pd(ci, di);
         st(x.re, _mm256_permute2f128_pd(er, fr, 0x20));
@@ -81,24 +116,39 @@ struct Avx2Traits {
         st(x.im + 4, _mm256_permute2f128_pd(ei, fi, 0x31));
     }
 
-    __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const Block& rec) {
+    __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const LevelTwiddles& t) {
         const V r0 = ld(x.re), r1 = ld(x.re + 4), i0 = ld(x.im), i1 = ld(x.im + 4);
         V er, fr, ei, fi;
         regroup_in(r0, r1, er, fr);
         regroup_in(i0, i1, ei, fi);
         V cr = _mm256_unpacklo_pd(er, fr), dr = _mm256_unpackhi_pd(er, fr);
         V ci = _mm256_unpacklo_pd(ei, fi), di = _mm256_unpackhi_pd(ei, fi);
-        ibutterfly(cr, ci, dr, di, _mm256_loadu_pd(rec.re + 3), _mm256_loadu_pd(rec.im + 3));
+        ibutterfly(cr, ci, dr, di, t.s1r, t.s1i);
         V ar = _mm256_unpacklo_pd(cr, dr), br = _mm256_unpackhi_pd(cr, dr);
         V ai = _mm256_unpacklo_pd(ci, di), bi = _mm256_unpackhi_pd(ci, di);
-        ibutterfly(ar, ai, br, bi, pair_lanes(rec.re + 1), pair_lanes(rec.im + 1));
+        ibutterfly(ar, ai, br, bi, t.s2r, t.s2i);
         V x0r = _mm256_permute2f128_pd(ar, br, 0x20), x1r = _mm256_permute2f128_pd(ar, br, 0x31);
         V x0i = _mm256_permute2f128_pd(ai, bi, 0x20), x1i = _mm256_permute2f128_pd(ai, bi, 0x31);
-        ibutterfly(x0r, x0i, x1r, x1i, bc(rec.re[0]), bc(rec.im[0]));
+        ibutterfly(x0r, x0i, x1r, x1i, t.s4r, t.s4i);
         st(x.re, x0r);
         st(x.re + 4, x1r);
         st(x.im, x0i);
         st(x.im + 4, x1i);
+    }
+
+    __attribute__((always_inline)) static inline void inblock_forward(Block& x, const Block& rec) {
+        inblock_forward(x, twiddles_from_memory(rec));
+    }
+    __attribute__((always_inline)) static inline void inblock_inverse(Block& x, const Block& rec) {
+        inblock_inverse(x, twiddles_from_memory(rec));
+    }
+    __attribute__((always_inline)) static inline void inblock_forward_factored(Block& x, const Block& sigma,
+                                                                              const Block& rho) {
+        inblock_forward(x, factored_twiddles(sigma, rho));
+    }
+    __attribute__((always_inline)) static inline void inblock_inverse_factored(Block& x, const Block& sigma,
+                                                                              const Block& rho) {
+        inblock_inverse(x, factored_twiddles(sigma, rho));
     }
 };
 
