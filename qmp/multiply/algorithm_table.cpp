@@ -51,6 +51,11 @@ uint64_t AlgorithmTableB::max_multiply_buffer_sizes(uint64_t product_words,
                         [&](const BasicAlgorithm& a) { return a.multiply_buffer_bytes(product_words); });
 }
 
+uint64_t AlgorithmTableB::max_square_buffer_sizes(uint64_t product_words, bool include_smaller) const {
+    return buffer_query(product_words, include_smaller, "AlgorithmTableB::max_square_buffer_sizes()",
+                        [&](const BasicAlgorithm& a) { return a.square_buffer_bytes(product_words); });
+}
+
 uint64_t AlgorithmTableB::max_transform_buffer_sizes(uint64_t product_words,
                                                      bool include_smaller) const {
     return buffer_query(product_words, include_smaller,

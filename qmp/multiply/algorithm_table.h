@@ -91,6 +91,7 @@ public:
     AlgorithmTableB(const AlgorithmRegistry& registry, const std::vector<NamedAlgorithmEntry>& list);
 
     uint64_t max_multiply_buffer_sizes(uint64_t product_words, bool include_smaller = true) const;
+    uint64_t max_square_buffer_sizes(uint64_t product_words, bool include_smaller = true) const;
     uint64_t max_transform_buffer_sizes(uint64_t product_words, bool include_smaller = true) const;
 };
 

@@ -39,6 +39,9 @@ public:
 
     // Scratch bytes needed by multiply()/square() for a product of `product_words` words.
     virtual uint64_t multiply_buffer_bytes(uint64_t product_words) const = 0;
+    // Scratch bytes needed by square() for a product of `product_words` words; an algorithm that
+    // squares in less room than it multiplies says so here.
+    virtual uint64_t square_buffer_bytes(uint64_t product_words) const { return multiply_buffer_bytes(product_words); }
     // Bytes of a forward transform kept for reuse (0 for algorithms without transforms).
     virtual uint64_t transform_buffer_bytes(uint64_t product_words) const { (void)product_words; return 0; }
 

@@ -66,7 +66,7 @@ uint64_t multiply_scratch_bytes(const AlgorithmTableB& table, uint64_t AL, uint6
 }
 
 uint64_t square_scratch_bytes(const AlgorithmTableB& table, uint64_t AL) {
-    return table.max_multiply_buffer_sizes(2 * AL, true);
+    return table.max_square_buffer_sizes(2 * AL, true);
 }
 
 void check_mul(const AlgorithmTableB& table, uint64_t AL, uint64_t BL, uint64_t buffer_bytes) {

@@ -146,7 +146,7 @@ FFTv4::Layout FFTv4::layout(const fft::TransformSize& size, bool square) const {
 uint64_t FFTv4::buffer_bytes(uint64_t product_words, bool square) const {
     const fft::TransformSize size = plan(product_words);
     if (size.bits == 0)
-        throw LimitExceededException("FFTv4::multiply_buffer_bytes()",
+        throw LimitExceededException(square ? "FFTv4::square_buffer_bytes()" : "FFTv4::multiply_buffer_bytes()",
                                      "Product of " + std::to_string(product_words) + " words is beyond this transform.");
     uint64_t bytes = layout(size, square).total_bytes;
     if (config_.retry_one_size_up) {
@@ -157,6 +157,8 @@ uint64_t FFTv4::buffer_bytes(uint64_t product_words, bool square) const {
 }
 
 uint64_t FFTv4::multiply_buffer_bytes(uint64_t product_words) const { return buffer_bytes(product_words, false); }
+
+uint64_t FFTv4::square_buffer_bytes(uint64_t product_words) const { return buffer_bytes(product_words, true); }
 
 uint64_t FFTv4::transform_buffer_bytes(uint64_t product_words) const {
     const fft::TransformSize size = plan(product_words);

@@ -74,6 +74,7 @@ public:
     bool supports(const std::string& feature) const override;
 
     uint64_t multiply_buffer_bytes(uint64_t product_words) const override;
+    uint64_t square_buffer_bytes(uint64_t product_words) const override;
     uint64_t transform_buffer_bytes(uint64_t product_words) const override;
 
     void multiply(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B, uint64_t BL,

@@ -57,7 +57,7 @@ TEST_F(MultiplyEntry, SquaresThroughTheTable) {
     SCOPED_TRACE(seed_trace());
     Rng rng(test_seed() + 5);
     AlgorithmTableB table = make_default_table(registry);
-    for (uint64_t n : {1, 2, 47, 48, 49, 333, 1024}) {
+    for (uint64_t n : {1, 2, 47, 48, 49, 333, 1024, 3000}) {
         for (Pattern pattern : {Pattern::Random, Pattern::Runs, Pattern::AllOnes}) {
             SCOPED_TRACE("AL=" + std::to_string(n));
             auto A = make_operand(rng, n, pattern);
