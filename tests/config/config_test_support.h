@@ -2,6 +2,7 @@
 #pragma once
 
 #include "qmp/exception.h"
+#include "tests/test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -11,6 +12,9 @@
 #include <string>
 
 namespace qmp::config_test {
+
+using qmp::test::seed_note;
+using qmp::test::test_seed;
 
 // Runs `action`, which must throw exactly the exception type E (not a subclass or a sibling)
 // with the given message; returns the exception's function name for further checks.
@@ -27,13 +31,5 @@ std::string expect_throw(const std::function<void()>& action, const std::string&
     return {};
 }
 
-inline uint64_t test_seed() {
-    const char* env = std::getenv("QMP_TEST_SEED");
-    return env != nullptr ? std::strtoull(env, nullptr, 10) : 20261122;
-}
-
-inline std::string seed_trace() {
-    return "seed=" + std::to_string(test_seed()) + " (override with QMP_TEST_SEED)";
-}
 
 }  // namespace qmp::config_test

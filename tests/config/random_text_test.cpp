@@ -66,7 +66,7 @@ private:
 };
 
 TEST(ConfigText, RandomTreesRoundTripAndEveryCutIsEndOfStream) {
-    SCOPED_TRACE(config_test::seed_trace());
+    SCOPED_TRACE(config_test::seed_note());
     TreeGenerator gen(config_test::test_seed());
     for (int round = 0; round < 2000; round++) {
         ConfigObject tree = round % 2 == 0 ? gen.tree(4, true) : gen.tree(4);
@@ -90,7 +90,7 @@ TEST(ConfigText, RandomTreesRoundTripAndEveryCutIsEndOfStream) {
 }
 
 TEST(ConfigText, ReadersSurviveRandomAndMutatedInput) {
-    SCOPED_TRACE(config_test::seed_trace());
+    SCOPED_TRACE(config_test::seed_note());
     TreeGenerator gen(config_test::test_seed() + 1);
     static const char kSyntax[] = "{}[]\":,/\\ \n-0123456789ntfaelrsux";
     auto syntax_byte = [&] { return kSyntax[gen.below(sizeof(kSyntax) - 1)]; };

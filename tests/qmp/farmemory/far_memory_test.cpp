@@ -96,7 +96,7 @@ TEST(FarMemoryBounds, LastByteSucceedsOneMoreFailsBeforeAnyTransfer) {
 
 TEST(FarMemoryStrided, ContiguousRunIsOneTransferAndMatchesTheBlockPath) {
     std::mt19937_64 rng(test::test_seed());
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     const uint64_t block = 48, count = 20;
     RecordingFarMemory far(4096);
     const auto data = test::random_bytes(rng, block * count);
@@ -119,7 +119,7 @@ TEST(FarMemoryStrided, ContiguousRunIsOneTransferAndMatchesTheBlockPath) {
 
 TEST(FarMemoryStrided, RandomRoundTripsAgainstByteModel) {
     std::mt19937_64 rng(test::test_seed() + 1);
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     const uint64_t size = 1 << 16;
     RecordingFarMemory far(size);
     std::vector<unsigned char> model(size, 0);

@@ -83,7 +83,7 @@ TEST(FarMemoryRegistry, MenuReadsUntilValidOrEndOfInput) {
 
 TEST(MallocFarMemory, RoundTripReadOnlyAndUsage) {
     std::mt19937_64 rng(test::test_seed());
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     expect_error<FarMemoryException>([] { MallocFarMemory(framework_config("malloc"), true); },
                                      "MallocFarMemory()", "Open is not supported.");
     MallocFarMemory framework;
@@ -121,7 +121,7 @@ TEST(MallocFarMemory, RoundTripReadOnlyAndUsage) {
 
 TEST(MmapFarMemory, RoundTripWithEverySwitchAndHonestFallbacks) {
     std::mt19937_64 rng(test::test_seed() + 2);
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     test::CaptureConsole quiet;
     for (bool large : {false, true}) {
         for (bool locked : {false, true}) {

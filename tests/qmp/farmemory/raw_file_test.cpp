@@ -61,7 +61,7 @@ TEST(RawFile, DirectIoRoundTripAtAlignedOffsets) {
     auto dir = direct_io_dir();
     if (!dir) GTEST_SKIP() << "O_DIRECT is refused in both the temporary and the working directory";
     std::mt19937_64 rng(test::test_seed());
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     const uint64_t sector = 4096, file_bytes = 64 * sector;
     const std::string path = dir->file("direct.bin");
     std::string model(file_bytes, '\0');

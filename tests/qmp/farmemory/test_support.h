@@ -16,14 +16,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/test_support.h"
+
 namespace qmp::test {
 
-inline uint64_t test_seed() {
-    const char* text = std::getenv("QMP_TEST_SEED");
-    return text ? std::strtoull(text, nullptr, 0) : 20261122;
-}
-
-inline std::string seed_trace() { return "QMP_TEST_SEED=" + std::to_string(test_seed()); }
 
 inline std::vector<unsigned char> random_bytes(std::mt19937_64& rng, size_t n) {
     std::vector<unsigned char> v(n);

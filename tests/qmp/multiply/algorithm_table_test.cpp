@@ -18,19 +18,6 @@
 namespace qmp::test {
 namespace {
 
-// Asserts that `f` throws exactly type E with this function name and message.
-template <typename E>
-void expect_throw(const std::function<void()>& f, const std::string& function, const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception; expected: " << message;
-    } catch (const E& e) {
-        EXPECT_EQ(e.function(), function);
-        EXPECT_EQ(e.message(), message);
-        EXPECT_STREQ(e.type_name(), E(function, message).type_name());
-    }
-}
-
 // An algorithm whose buffer need is a fixed number of bytes, to tell entries apart.
 class FixedNeed final : public BasicAlgorithm {
 public:

@@ -22,7 +22,7 @@ void for_each_kernel(F&& body) {
 }
 
 TEST(Basecase, ProductsOfEveryShapeMatchOracle) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     for_each_kernel([] {
         Rng rng(test_seed());
         std::vector<std::pair<uint64_t, uint64_t>> shapes;
@@ -46,7 +46,7 @@ TEST(Basecase, ProductsOfEveryShapeMatchOracle) {
 }
 
 TEST(Basecase, SquaresMatchOracle) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     for_each_kernel([] {
         Rng rng(test_seed() + 1);
         for (uint64_t n = 1; n <= 80; n += (n < 24 ? 1 : 7)) {

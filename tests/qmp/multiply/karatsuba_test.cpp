@@ -36,7 +36,7 @@ void check_sqr_shape(Rng& rng, uint64_t n, Pattern pattern, const KaratsubaThres
 }
 
 TEST(Karatsuba, DeepRecursionEveryShapeMatchesOracle) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     Rng rng(test_seed() + 2);
     // (Karatsuba, Toom-3) thresholds; Toom-3 from 3 words reaches its smallest shapes.
     for (auto [kmin, tmin] : std::vector<std::pair<uint64_t, uint64_t>>{{2, ~0ull}, {3, ~0ull}, {5, ~0ull}, {2, 3}, {3, 7}, {4, 12}}) {
@@ -50,7 +50,7 @@ TEST(Karatsuba, DeepRecursionEveryShapeMatchesOracle) {
 }
 
 TEST(Karatsuba, ShippedThresholdsAroundCrossoversAndLarge) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     Rng rng(test_seed() + 3);
     const KaratsubaThresholds th = default_karatsuba_thresholds();
     std::vector<uint64_t> sizes;

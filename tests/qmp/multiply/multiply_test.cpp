@@ -34,7 +34,7 @@ void check_product(const AlgorithmTableB& table, Rng& rng, uint64_t al, uint64_t
 }
 
 TEST_F(MultiplyEntry, ShapesThroughOneAndTwoEntryTables) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     Rng rng(test_seed() + 4);
     AlgorithmTableB one(registry, {{512, "BKT", {}}});
     AlgorithmTableB two(registry, {{96, "BKT", {}}, {3000, "BKT", {}}});
@@ -54,7 +54,7 @@ TEST_F(MultiplyEntry, ShapesThroughOneAndTwoEntryTables) {
 }
 
 TEST_F(MultiplyEntry, SquaresThroughTheTable) {
-    SCOPED_TRACE(seed_trace());
+    SCOPED_TRACE(seed_note());
     Rng rng(test_seed() + 5);
     AlgorithmTableB table = make_default_table(registry);
     for (uint64_t n : {1, 2, 47, 48, 49, 333, 1024, 3000}) {

@@ -10,14 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "tests/test_support.h"
+
 namespace qmp::test {
 
-inline uint64_t test_seed() {
-    const char* env = std::getenv("QMP_TEST_SEED");
-    return env ? std::strtoull(env, nullptr, 0) : 0x5EED2026ull;
-}
-
-inline std::string seed_trace() { return "seed=" + std::to_string(test_seed()) + " (QMP_TEST_SEED)"; }
 
 struct Rng {
     uint64_t state;

@@ -13,32 +13,17 @@
 #include <vector>
 
 #include "qmp/exception.h"
+#include "tests/test_support.h"
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/builtin_algorithms.h"
 #include "qmp/multiply/tuning_profile.h"
 #include "qmp/numbers/aligned_buffer.h"
 
+#define QMP_SEED_TRACE() SCOPED_TRACE(::qmp::test::seed_note())
+
 namespace qmp::test {
 
-inline uint64_t test_seed() {
-    const char* s = std::getenv("QMP_TEST_SEED");
-    return (s != nullptr && s[0] != '\0') ? std::strtoull(s, nullptr, 0) : 20261122;
-}
-#define QMP_SEED_TRACE() SCOPED_TRACE("QMP_TEST_SEED=" + std::to_string(::qmp::test::test_seed()))
-
 using WordTypes = ::testing::Types<uint32_t, uint64_t>;
-
-template <typename E, typename F>
-void expect_throw(F&& f, const std::string& function, const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception, expected " << function << ": " << message;
-    } catch (const E& e) {
-        EXPECT_EQ(e.function(), function);
-        EXPECT_EQ(e.message(), message);
-        EXPECT_TRUE(typeid(e) == typeid(E)) << e.type_name();
-    }
-}
 
 // n words with a non-zero top word: uniform, or runs of zeros, all-ones and random words.
 template <typename W>

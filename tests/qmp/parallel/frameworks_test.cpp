@@ -22,6 +22,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/test_support.h"
+
 namespace {
 
 using qmp::ParallelFramework;
@@ -52,10 +54,7 @@ std::vector<FrameworkCase> framework_cases() {
     };
 }
 
-uint64_t test_seed() {
-    const char* env = std::getenv("QMP_TEST_SEED");
-    return env ? std::strtoull(env, nullptr, 10) : 20261122u;
-}
+using qmp::test::test_seed;
 
 class Frameworks : public ::testing::TestWithParam<FrameworkCase> {
 protected:

@@ -11,14 +11,13 @@
 
 #include "qmp/multiply/fft/transform.h"
 #include "qmp/parallel/parallelizer.h"
+#include "tests/test_support.h"
 
 namespace qmp::fft::test {
 
-inline uint64_t test_seed() {
-    const char* s = std::getenv("QMP_TEST_SEED");
-    return s != nullptr && *s != '\0' ? std::strtoull(s, nullptr, 10) : 20261122;
-}
-inline std::string seed_note() { return "QMP_TEST_SEED=" + std::to_string(test_seed()); }
+using qmp::test::seed_note;
+using qmp::test::test_seed;
+
 
 using Digits = std::vector<int64_t>;
 

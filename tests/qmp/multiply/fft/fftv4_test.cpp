@@ -118,7 +118,7 @@ FFTv4::Config parallel_config(FFTv4::Config config) {
 
 void run_matrix(int max_log2_points, bool with_reference, const FFTv4::Config& config = FFTv4::Config{},
                 int min_log2_points = 0) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed());
     const FFTv4 fft(FFTv4::max_product_words_for(config), config);
     const Product product{fft};
@@ -199,7 +199,7 @@ struct InjectorGuard {
 };
 
 TEST(FFTv4, ChecksFireOnInjectedFaults) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 3);
     const FFTv4 fft;
     const Product product{fft};
@@ -278,7 +278,7 @@ TEST(FFTv4, BottomWordAndStoreMessages) {
 // ---- Stored transforms and task splits.
 
 TEST(FFTv4, StoredTransformsGiveFreshProducts) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 4);
     const FFTv4 fft(FFTv4::max_product_words_for(streamed_config()), streamed_config());
     // A four-step size whose column pass reads the words directly, then a single-sweep one.
@@ -323,7 +323,7 @@ TEST(FFTv4, StoredTransformsGiveFreshProducts) {
 }
 
 TEST(FFTv4, SameWordsForEveryFrameworkAndTaskCount) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 5);
     const FFTv4 fft(FFTv4::max_product_words_for(FFTv4::Config{}), parallel_config(FFTv4::Config{}));
     const FFTv4 streamed(FFTv4::max_product_words_for(streamed_config()), parallel_config(streamed_config()));

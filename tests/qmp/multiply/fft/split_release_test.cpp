@@ -50,7 +50,7 @@ std::vector<std::vector<uint64_t>> operands(Rng& rng, uint64_t words, int bits) 
 }
 
 TEST(SplitRelease, RoundTripIsIdentityForEveryWidthAndMode) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed());
     for (DigitMode mode : {DigitMode::Dithered, DigitMode::Balanced, DigitMode::Unsigned}) {
         for (int bits = 1; bits <= 24; ++bits) {
@@ -112,7 +112,7 @@ std::vector<Block> exact_convolution(const std::vector<Block>& a, const std::vec
 }
 
 TEST(SplitRelease, ReleaseOfExactConvolutionIsTheProductForAnyTaskSplit) {
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 1);
     CppAsyncFramework threads;
     struct Case { uint64_t AL, BL; int bits; DigitMode mode; };
@@ -146,7 +146,7 @@ TEST(SplitRelease, ReleaseOfExactConvolutionIsTheProductForAnyTaskSplit) {
 TEST(SplitRelease, SplitDoesNotDependOnTheTaskSplit) {
     // Long balanced carry chains (fields 2^(b-1) - 1 with one carry started at the bottom) run
     // across every range boundary; the dithered chain meets quickly. Both must match inline.
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 2);
     CppAsyncFramework threads;
     const int bits = 17;
@@ -175,7 +175,7 @@ TEST(SplitRelease, StreamedSplitEqualsSplitWords) {
     // The streamed split plans group carries in parallel and emits any 8-block run on its own;
     // every block must equal what split_words() writes, for carry chains across plan ranges
     // (tds), runs that straddle the two sides, the top carry digit and the zero tail.
-    SCOPED_TRACE(test::seed_trace());
+    SCOPED_TRACE(test::seed_note());
     Rng rng(test::test_seed() + 4);
     CppAsyncFramework threads;
     for (DigitMode mode : {DigitMode::Dithered, DigitMode::Balanced, DigitMode::Unsigned}) {

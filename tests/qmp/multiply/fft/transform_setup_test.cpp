@@ -5,6 +5,7 @@
 #include "qmp/multiply/fft/twiddle_tables.h"
 
 #include "qmp/exception.h"
+#include "tests/test_support.h"
 
 #include <gtest/gtest.h>
 
@@ -15,17 +16,7 @@
 namespace qmp::fft {
 namespace {
 
-template <typename E>
-void expect_throw(const std::function<void()>& f, const std::string& function,
-                  const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception, expected \"" << message << "\"";
-    } catch (const E& e) {
-        EXPECT_EQ(e.function(), function);
-        EXPECT_EQ(e.message(), message);
-    }
-}
+using qmp::test::expect_throw;
 
 TEST(FftReduction, TableRows) {
     struct Row { int m, k, d, w; };

@@ -14,6 +14,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include "tests/test_support.h"
 #include "qmp/farmemory/far_memory.h"
 #include "qmp/parallel/cppasync_framework.h"
 #include "qmp/parallel/parallelizer.h"
@@ -23,26 +24,7 @@
 
 namespace qmp::test {
 
-inline uint64_t test_seed() {
-    const char* s = std::getenv("QMP_TEST_SEED");
-    return (s != nullptr && s[0] != '\0') ? std::strtoull(s, nullptr, 0) : 20261122;
-}
-inline std::string seed_note() { return "QMP_TEST_SEED=" + std::to_string(test_seed()); }
-
 using WordTypes = ::testing::Types<uint32_t, uint64_t>;
-
-// Expects f to throw exactly class E naming `function` with exactly `message`.
-template <typename E, typename F>
-void expect_throw(F&& f, const std::string& function, const std::string& message) {
-    try {
-        f();
-        ADD_FAILURE() << "no exception, expected " << function << ": " << message;
-    } catch (const E& e) {
-        EXPECT_EQ(e.function(), function);
-        EXPECT_EQ(e.message(), message);
-        EXPECT_TRUE(typeid(e) == typeid(E)) << e.type_name();
-    }
-}
 
 // Uniform words, or runs of all-zero, all-one and random words, which send carries far.
 template <typename W>
