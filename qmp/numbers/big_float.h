@@ -122,6 +122,8 @@ private:
     // Throws BufferTooSmallException naming `function` unless n_words fit from `at`.
     void require_room(const W* at, uint64_t n_words, const char* function) const;
     void normalize_from_base(uint64_t n_words, int64_t new_exp, bool new_sign);
+    // The top min(p, n) of words[0, n) with the exponent and sign of the source; words may be T.
+    void set_top_words(const W* words, uint64_t n, int64_t x_exp, bool x_sign, uint64_t p, const char* function);
     void finish_product(const W* P, uint64_t PL, int64_t product_exp, bool product_sign, uint64_t p,
                         const char* function);
 };

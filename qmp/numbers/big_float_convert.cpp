@@ -19,41 +19,31 @@
 namespace qmp {
 
 template <typename W>
-void BigFloat<W>::set_BigFloat(const BigFloat& x, uint64_t p) {
-    const char* function = "BigFloat::set_BigFloat()";
-    if (x.L == 0) {
+void BigFloat<W>::set_top_words(const W* words, uint64_t n, int64_t x_exp, bool x_sign, uint64_t p,
+                                const char* function) {
+    if (n == 0) {
         set_zero();
         return;
     }
     if (p == 0) throw InvalidParametersException(function, "Precision must be at least one word.");
-    const uint64_t keep = std::min(p, x.L);
+    const uint64_t keep = std::min(p, n);
     require_room(base, keep, function);
-    const int64_t new_exp = x.exp + int64_t(x.L - keep);
-    const bool new_sign = x.sign;
-    copy_words(base, x.T + (x.L - keep), keep);
+    // words may lie in this number's own buffer (x.set_BigFloat(x, p)): copy_words moves.
+    copy_words(base, words + (n - keep), keep);
     T = base;
     L = keep;
-    exp = new_exp;
-    sign = new_sign;
+    exp = x_exp + int64_t(n - keep);
+    sign = x_sign;
+}
+
+template <typename W>
+void BigFloat<W>::set_BigFloat(const BigFloat& x, uint64_t p) {
+    set_top_words(x.T, x.L, x.exp, x.sign, p, "BigFloat::set_BigFloat()");
 }
 
 template <typename W>
 void BigFloat<W>::set_BigInt(const BigInt<W>& x, uint64_t p) {
-    const char* function = "BigFloat::set_BigInt()";
-    if (x.L == 0) {
-        set_zero();
-        return;
-    }
-    if (p == 0) throw InvalidParametersException(function, "Precision must be at least one word.");
-    const uint64_t keep = std::min(p, x.L);
-    require_room(base, keep, function);
-    const bool new_sign = x.sign;
-    const uint64_t xL = x.L;
-    copy_words(base, x.T + (xL - keep), keep);
-    T = base;
-    L = keep;
-    exp = int64_t(xL - keep);
-    sign = new_sign;
+    set_top_words(x.T, x.L, 0, x.sign, p, "BigFloat::set_BigInt()");
 }
 
 template <typename W>
@@ -193,6 +183,7 @@ uint64_t BigFloat<W>::unsigned_integer_part() const {
 }
 
 #define QMP_INSTANTIATE(W)                                                          \
+    template void BigFloat<W>::set_top_words(const W*, uint64_t, int64_t, bool, uint64_t, const char*); \
     template void BigFloat<W>::set_BigFloat(const BigFloat&, uint64_t);            \
     template void BigFloat<W>::set_BigInt(const BigInt<W>&, uint64_t);             \
     template void BigFloat<W>::set_BasicInt(const BasicIntR&);                     \
