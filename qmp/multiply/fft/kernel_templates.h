@@ -338,29 +338,26 @@ struct Kernels {
         }
     }
 
-    static void reduce_forward(const ReductionConstants& rc, const Block* in, Block* work, uint64_t i0,
-                               uint64_t count, uint64_t step) {
+    // Calls f.template operator()<m, w>() with the reduction's pair as compile-time constants.
+    template <typename F>
+    static void with_fixed_reduction(const ReductionConstants& rc, F&& f) {
         switch (rc.m * 8 + rc.w) {
-            case 8 + 1: return reduce_forward_fixed<1, 1>(rc, in, work, i0, count, step);
-            case 8 + 2: return reduce_forward_fixed<1, 2>(rc, in, work, i0, count, step);
-            case 8 + 4: return reduce_forward_fixed<1, 4>(rc, in, work, i0, count, step);
-            case 24 + 3: return reduce_forward_fixed<3, 3>(rc, in, work, i0, count, step);
-            case 40 + 5: return reduce_forward_fixed<5, 5>(rc, in, work, i0, count, step);
-            case 56 + 7: return reduce_forward_fixed<7, 7>(rc, in, work, i0, count, step);
+            case 8 + 1: return f.template operator()<1, 1>();
+            case 8 + 2: return f.template operator()<1, 2>();
+            case 8 + 4: return f.template operator()<1, 4>();
+            case 24 + 3: return f.template operator()<3, 3>();
+            case 40 + 5: return f.template operator()<5, 5>();
+            case 56 + 7: return f.template operator()<7, 7>();
             default: __builtin_trap();  // the reduction table holds no other (m, w) pair
         }
     }
+    static void reduce_forward(const ReductionConstants& rc, const Block* in, Block* work, uint64_t i0,
+                               uint64_t count, uint64_t step) {
+        with_fixed_reduction(rc, [&]<int M, int WN>() { reduce_forward_fixed<M, WN>(rc, in, work, i0, count, step); });
+    }
     static void reduce_inverse(const ReductionConstants& rc, const Block* work, Block* out, uint64_t i0,
                                uint64_t count, uint64_t step) {
-        switch (rc.m * 8 + rc.w) {
-            case 8 + 1: return reduce_inverse_fixed<1, 1>(rc, work, out, i0, count, step);
-            case 8 + 2: return reduce_inverse_fixed<1, 2>(rc, work, out, i0, count, step);
-            case 8 + 4: return reduce_inverse_fixed<1, 4>(rc, work, out, i0, count, step);
-            case 24 + 3: return reduce_inverse_fixed<3, 3>(rc, work, out, i0, count, step);
-            case 40 + 5: return reduce_inverse_fixed<5, 5>(rc, work, out, i0, count, step);
-            case 56 + 7: return reduce_inverse_fixed<7, 7>(rc, work, out, i0, count, step);
-            default: __builtin_trap();  // the reduction table holds no other (m, w) pair
-        }
+        with_fixed_reduction(rc, [&]<int M, int WN>() { reduce_inverse_fixed<M, WN>(rc, work, out, i0, count, step); });
     }
 
     // (x, y) -> (x + s y, x - s y) on one slice.
