@@ -142,14 +142,7 @@ uint64_t run_chunk(const DigitContext& c, uint64_t t0, uint64_t t1) {
         const uint64_t g = std::min(G, t1 - t);
         if constexpr (kMode == DigitMode::Dithered) {
             for (uint64_t i = 0; i < G; ++i) {
-                const uint64_t ti = t + i;
-                uint32_t h = static_cast<uint32_t>(ti) * 0x9e3779b1u ^ static_cast<uint32_t>(ti >> 32) * 0x85ebca77u ^ seed;
-                h ^= h >> 16;
-                h *= 0x85ebca6bu;
-                h ^= h >> 13;
-                h *= 0xc2b2ae35u;
-                h ^= h >> 16;
-                r[i] = h >> (32 - bits);
+                r[i] = dither_threshold(seed, t + i, bits);
             }
         }
         // The unrolled extraction needs the group to start on a word boundary (t a multiple of
@@ -273,14 +266,7 @@ void load_group(const DigitContext& c, uint64_t digits, uint64_t q, GroupFields&
         if constexpr (kMode == DigitMode::Dithered) {
             const uint32_t seed = static_cast<uint32_t>(c.seed);
             for (uint64_t i = 0; i < 64; ++i) {
-                const uint64_t ti = t + i;
-                uint32_t h = static_cast<uint32_t>(ti) * 0x9e3779b1u ^ static_cast<uint32_t>(ti >> 32) * 0x85ebca77u ^ seed;
-                h ^= h >> 16;
-                h *= 0x85ebca6bu;
-                h ^= h >> 13;
-                h *= 0xc2b2ae35u;
-                h ^= h >> 16;
-                f.r[i] = h >> (32 - B);
+                f.r[i] = dither_threshold(seed, t + i, B);
             }
         }
         carry_masks<kMode, B>(f.raw, f.r, f.g, f.p);
