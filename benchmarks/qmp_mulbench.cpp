@@ -31,8 +31,8 @@
 #include "qmp/multiply/tuning_profile.h"
 #include "qmp/numbers/aligned_buffer.h"
 #include "qmp/numbers/big_int.h"
-#include "qmp/numbers/words/word_array.h"
-#include "qmp/numbers/words/mod_m61.h"
+#include "qmp/words/word_array.h"
+#include "qmp/words/mod_m61.h"
 #include "qmp/parallel/parallel_framework.h"
 
 namespace {

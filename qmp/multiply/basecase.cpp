@@ -13,7 +13,7 @@
 #include <atomic>
 
 #include "qmp/cpu_features.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

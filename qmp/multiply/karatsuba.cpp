@@ -14,7 +14,7 @@
 
 #include "qmp/multiply/basecase.h"
 #include "qmp/multiply/toom3.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "qmp/exception.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

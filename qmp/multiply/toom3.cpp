@@ -13,7 +13,7 @@
 
 #include <cassert>
 
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp::detail {
 

@@ -11,7 +11,7 @@
 #include "qmp/console.h"
 #include "qmp/exception.h"
 #include "qmp/numbers/word_products.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

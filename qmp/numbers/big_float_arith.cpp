@@ -11,9 +11,9 @@
 
 #include "qmp/exception.h"
 #include "qmp/numbers/number_checks.h"
-#include "qmp/numbers/words/parallel_division.h"
-#include "qmp/numbers/words/shoup_divider.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/parallel_division.h"
+#include "qmp/words/shoup_divider.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

@@ -14,7 +14,7 @@
 #include "qmp/numbers/big_int.h"
 #include "qmp/numbers/exact_float.h"
 #include "qmp/numbers/swap_float.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

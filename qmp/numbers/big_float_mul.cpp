@@ -10,7 +10,7 @@
 #include "qmp/exception.h"
 #include "qmp/numbers/number_checks.h"
 #include "qmp/numbers/word_products.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

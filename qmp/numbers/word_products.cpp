@@ -11,7 +11,7 @@
 
 #include "qmp/exception.h"
 #include "qmp/multiply/multiply.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 

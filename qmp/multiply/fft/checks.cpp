@@ -4,7 +4,7 @@
 #include "qmp/multiply/fft/checks.h"
 
 #include "qmp/exception.h"
-#include "qmp/numbers/words/mod_m61.h"
+#include "qmp/words/mod_m61.h"
 #include "qmp/parallel/parallelizer.h"
 
 #include <algorithm>

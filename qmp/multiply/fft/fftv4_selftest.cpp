@@ -7,7 +7,7 @@
 
 #include "qmp/exception.h"
 #include "qmp/multiply/basecase.h"
-#include "qmp/numbers/words/mod_m61.h"
+#include "qmp/words/mod_m61.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,11 +1,11 @@
 // The inline word-array primitives against the 16-bit-digit reference, for both word widths,
 // on carry-heavy operands, with results also written over an input (r == a).
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/qmp/numbers/words/reference.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/reference.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

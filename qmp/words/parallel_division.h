@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "qmp/numbers/words/shoup_divider.h"
+#include "qmp/words/shoup_divider.h"
 
 namespace qmp {
 

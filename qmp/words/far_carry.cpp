@@ -3,13 +3,13 @@
 // costs one small read and write while a long run of all-ones words still moves in large
 // transfers. Within a chunk of 8192 words or more, the first 4 words are tried inline and the
 // rest goes to bp_increment() with pieces of 8192 words.
-#include "qmp/numbers/words/far_words.h"
+#include "qmp/words/far_words.h"
 
 #include <algorithm>
 
-#include "qmp/numbers/words/carry.h"
-#include "qmp/numbers/words/far_work.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/carry.h"
+#include "qmp/words/far_work.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 namespace {

@@ -1,15 +1,15 @@
 // The reciprocal divider against 128-bit long division: the reciprocal words, the quotient and
 // remainder of divmod() (both forms) and mod_words() for divisors at the edges (3, just under
 // 2^(w-1), just above powers of two), and every precondition message.
-#include "qmp/numbers/words/shoup_divider.h"
+#include "qmp/words/shoup_divider.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 
 #include "qmp/exception.h"
-#include "tests/qmp/numbers/words/reference.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/reference.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

@@ -2,12 +2,12 @@
 // up to min(tds, 64) tasks each fill a piece of whole 64-byte blocks, the last piece taking the
 // rest. The per-piece loop is a plain store loop that the compiler vectorises at the baseline
 // width; the stores are memory-bound, so wider registers would not help.
-#include "qmp/numbers/words/parallel_fill.h"
+#include "qmp/words/parallel_fill.h"
 
 #include <algorithm>
 
 #include "qmp/exception.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 #include "qmp/parallel/parallelizer.h"
 
 namespace qmp {

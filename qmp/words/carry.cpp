@@ -4,13 +4,13 @@
 // the next carry's offset where its leftover joins that carry. The one carry that may leave a
 // group's region is collected and the groups are then joined from the bottom up on the
 // calling thread; such a join touches words only while they are all ones, which is rare.
-#include "qmp/numbers/words/carry.h"
+#include "qmp/words/carry.h"
 
 #include <algorithm>
 #include <string>
 
 #include "qmp/exception.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/word_array.h"
 #include "qmp/parallel/parallelizer.h"
 
 namespace qmp {

@@ -3,7 +3,7 @@
 // group down multiplies by 2^256 = 2^12 (mod p), a rotation. The chains are then joined with
 // weights 8^j and the rem bottom words added by plain Horner. Intermediate residues are kept in
 // [0, 2^61] (not fully reduced) so that each step is shift, mask, or, add and one fold.
-#include "qmp/numbers/words/mod_m61.h"
+#include "qmp/words/mod_m61.h"
 
 #include <cstring>
 

@@ -2,12 +2,12 @@
 // down, each divided in the buffer by the parallel division (with its block self-check) and
 // written back; the remainder carries from chunk to chunk. The (TL, AL) form divides A's words
 // into the top AL words of T and then expands the remainder into the TL - AL words below.
-#include "qmp/numbers/words/far_words.h"
+#include "qmp/words/far_words.h"
 
 #include <algorithm>
 
-#include "qmp/numbers/words/far_work.h"
-#include "qmp/numbers/words/parallel_division.h"
+#include "qmp/words/far_work.h"
+#include "qmp/words/parallel_division.h"
 
 namespace qmp {
 namespace {

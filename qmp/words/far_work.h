@@ -6,7 +6,7 @@
 
 #include "qmp/exception.h"
 #include "qmp/farmemory/far_memory.h"
-#include "qmp/numbers/words/far_words.h"
+#include "qmp/words/far_words.h"
 
 namespace qmp::detail {
 

@@ -1,11 +1,11 @@
 // bp_fill(): every word of every length written with the value and nothing outside it, under
 // threaded runs with several task counts; a start off the 64-byte boundary is refused.
-#include "qmp/numbers/words/parallel_fill.h"
+#include "qmp/words/parallel_fill.h"
 
 #include <gtest/gtest.h>
 
 #include "qmp/exception.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

@@ -4,7 +4,7 @@
 // byte changes); carries that die at once (nothing above A read) and that run through long
 // all-ones stretches (chunk growth, parallel increment); division in chunks, in place and with
 // a longer output; copy across overlapping ranges; strip; hash.
-#include "qmp/numbers/words/far_words.h"
+#include "qmp/words/far_words.h"
 
 #include <gtest/gtest.h>
 
@@ -12,11 +12,11 @@
 #include <functional>
 
 #include "qmp/exception.h"
-#include "qmp/numbers/words/carry.h"
-#include "qmp/numbers/words/mod_m61.h"
-#include "qmp/numbers/words/word_array.h"
-#include "tests/qmp/numbers/words/reference.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "qmp/words/carry.h"
+#include "qmp/words/mod_m61.h"
+#include "qmp/words/word_array.h"
+#include "tests/qmp/words/reference.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

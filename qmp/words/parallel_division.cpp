@@ -5,7 +5,7 @@
 // in parallel first (array forms only; each block's residue runs as four interleaved chains so
 // that this pass costs well under a division). The powers and products modulo d use the
 // hardware divide: at most a few hundred of them, outside the word loops.
-#include "qmp/numbers/words/parallel_division.h"
+#include "qmp/words/parallel_division.h"
 
 #include <algorithm>
 #include <atomic>

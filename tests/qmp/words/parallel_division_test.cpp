@@ -2,15 +2,15 @@
 // tens of thousands of words, under every parallelizer with task counts 1 to 100, in place and
 // with a longer output; the block rule; the preconditions; and the block self-check made to fire
 // by corrupting one block's incoming remainder.
-#include "qmp/numbers/words/parallel_division.h"
+#include "qmp/words/parallel_division.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 
 #include "qmp/exception.h"
-#include "tests/qmp/numbers/words/reference.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/reference.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

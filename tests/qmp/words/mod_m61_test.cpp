@@ -1,11 +1,11 @@
 // The residue modulo 2^61 - 1 against Horner evaluation with 128-bit remainders, for every
 // length around the four-chain grouping, both word widths (odd 32-bit lengths included) and
 // words at and above the modulus, plus the small helpers against 128-bit arithmetic.
-#include "qmp/numbers/words/mod_m61.h"
+#include "qmp/words/mod_m61.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {

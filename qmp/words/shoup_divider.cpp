@@ -3,7 +3,7 @@
 // division at construction and the low word from a 64-step binary search, so no 128-bit
 // division is needed; for w = 32 R is floor((2^64 - 1) / d) as one 64-bit value (equal to
 // floor(2^64 / d) because d is not a power of two).
-#include "qmp/numbers/words/shoup_divider.h"
+#include "qmp/words/shoup_divider.h"
 
 #include "qmp/exception.h"
 

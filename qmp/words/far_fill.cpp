@@ -3,13 +3,13 @@
 // overlapping ranges of one object copy correctly; strip reads from the top in chunks growing
 // from 64 words (few words are usually stripped); the hash combines per-chunk residues modulo
 // 2^61 - 1 from the top chunk down, multiplying by 2^(bits of the chunk) each time.
-#include "qmp/numbers/words/far_words.h"
+#include "qmp/words/far_words.h"
 
 #include <algorithm>
 
-#include "qmp/numbers/words/far_work.h"
-#include "qmp/numbers/words/mod_m61.h"
-#include "qmp/numbers/words/word_array.h"
+#include "qmp/words/far_work.h"
+#include "qmp/words/mod_m61.h"
+#include "qmp/words/word_array.h"
 
 namespace qmp {
 namespace {

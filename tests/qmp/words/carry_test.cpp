@@ -3,13 +3,13 @@
 // arrays (carries cross task-group boundaries) under every parallelizer and several task
 // counts, and every precondition message with T left untouched. bp_increment() runs inside the
 // far-memory carry tests.
-#include "qmp/numbers/words/carry.h"
+#include "qmp/words/carry.h"
 
 #include <gtest/gtest.h>
 
 #include "qmp/exception.h"
-#include "tests/qmp/numbers/words/reference.h"
-#include "tests/qmp/numbers/words/test_support.h"
+#include "tests/qmp/words/reference.h"
+#include "tests/qmp/words/test_support.h"
 
 namespace qmp::test {
 namespace {
