@@ -2,7 +2,7 @@
 // decimal digits (or 16 hexadecimal ones) are first gathered into one 64-bit value exactly, then
 // folded in with one modular multiply-add, so a block of digits costs one multiplication per
 // word rather than per digit.
-#include "qmp/radix/digit_stats.h"
+#include "qmp/digitfiles/digit_stats.h"
 
 #include "qmp/exception.h"
 #include "qmp/words/mod_m61.h"
