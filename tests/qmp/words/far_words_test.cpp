@@ -34,10 +34,12 @@ struct FarArray {
     uint64_t n;
     explicit FarArray(uint64_t words) : far((words + 2 * kGuardWords) * sizeof(W)), n(words) {}
     uint64_t offset(uint64_t word = 0) const { return (kGuardWords + word) * sizeof(W); }
-    void set(const std::vector<W>& v) { std::memcpy(far.bytes.data() + offset(), v.data(), v.size() * sizeof(W)); }
+    void set(const std::vector<W>& v) {
+        if (!v.empty()) std::memcpy(far.bytes.data() + offset(), v.data(), v.size() * sizeof(W));
+    }
     std::vector<W> get() const {
         std::vector<W> v(n);
-        std::memcpy(v.data(), far.bytes.data() + offset(), n * sizeof(W));
+        if (n != 0) std::memcpy(v.data(), far.bytes.data() + offset(), n * sizeof(W));
         return v;
     }
     bool guards_intact() const {
