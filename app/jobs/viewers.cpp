@@ -3,6 +3,7 @@
 // it is not given.
 #include "app/jobs/jobs.h"
 
+#include "app/digit_viewer.h"
 #include "app/jobs/job_options.h"
 
 namespace qv {
@@ -19,19 +20,16 @@ std::string read_optional_path(qmp::CommandLine& args, const char* parser) {
     return path;
 }
 
-constexpr const char* kViewerRun = "DigitViewer::run()";
-constexpr const char* kViewerMessage = "The digit viewer is not available in this build.";
 constexpr const char* kValidatorRun = "Validator::run()";
 constexpr const char* kValidatorMessage = "The benchmark validator is not available in this build.";
 
 }  // namespace
 
 void digitviewer_action(qmp::CommandLine& args) {
-    read_optional_path(args, "DigitViewer::parse_options()");
-    job_not_available(kViewerRun, kViewerMessage);
+    run_digit_viewer(read_optional_path(args, "DigitViewer::parse_options()"));
 }
 
-void digitviewer_menu() { job_not_available(kViewerRun, kViewerMessage); }
+void digitviewer_menu() { run_digit_viewer({}); }
 
 void validate_action(qmp::CommandLine& args) {
     read_optional_path(args, "Validator::parse_options()");

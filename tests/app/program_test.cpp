@@ -111,7 +111,7 @@ TEST(Program, ActionWordsAndTheirErrors) {
         {{"custom", "-M", "1000"}, 1, "Option -M is not supported for this mode."},
         {{"custom", "-compress", "-verify"}, 1, "Custom computations are not available in this build."},
         {{"bbp"}, 1, "The BBP digit extractor is not available in this build."},
-        {{"digitviewer", "pi.txt"}, 1, "The digit viewer is not available in this build."},
+        {{"digitviewer", "pi.txt"}, 1, "Unable to open file."},
         {{"digitviewer", "a.txt", "b.txt"}, 1, "Invalid Parameter: b.txt"},
         {{"validate"}, 1, "The benchmark validator is not available in this build."},
         {{"about", "more"}, 1, "Invalid Parameter: more"},
