@@ -5,7 +5,7 @@
 //   SeriesPiChudnovsky, SeriesPiRamanujan {Power, CoefficientP, CoefficientQ, CoefficientD,
 //       ReducedMemory}: the pi series of formulas/pi (S without its constant term); with
 //       {-1, 1, 13591409, 4270934400} and {-1, 1, 1103, 9801} the values are pi sqrt(10005)
-//       and pi sqrt(8). ReducedMemory must be a Boolean and selects nothing in memory.
+//       and pi sqrt(8). ReducedMemory, when given, must be a Boolean; it selects nothing in memory.
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,7 +39,8 @@ std::unique_ptr<FormulaEvaluator> make_pi_node(const FormulaNode& node, const ch
     const std::string function = std::string(class_name) + "::" + class_name + "()";
     const ConfigObject& argument = node.argument().as_object(name);
     const SeriesNodeCoefficients coefficients = read_series_coefficients(argument, function.c_str());
-    argument.get_bool("ReducedMemory", function);
+    // Optional: the in-memory form has one path, and a formula that leaves it out means "no".
+    if (argument.contains("ReducedMemory")) argument.get_bool("ReducedMemory", function);
     return make_series_evaluator(class_name, std::move(series), coefficients);
 }
 
