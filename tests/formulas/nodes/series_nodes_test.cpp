@@ -72,8 +72,9 @@ TEST(SeriesNodes, HypergeometricMessages) {
                       chud, "CoefficientP cannot be zero.");
     expect_throw<IPE>(bad("{ SeriesPiChudnovsky : { Power : -1 CoefficientP : 1 CoefficientQ : 1 CoefficientD : -1 ReducedMemory : false } }"),
                       chud, "CoefficientD must be positive.");
-    expect_throw<IPE>(bad("{ SeriesPiRamanujan : { Power : -1 CoefficientP : 1 CoefficientQ : 1 CoefficientD : 1 } }"),
-                      "FormulaB_SeriesPiRamanujan::FormulaB_SeriesPiRamanujan()", "Invalid Key: ReducedMemory");
+    expect_throw<ParseException>(
+        bad("{ SeriesPiRamanujan : { Power : -1 CoefficientP : 1 CoefficientQ : 1 CoefficientD : 1 ReducedMemory : 1 } }"),
+        "FormulaB_SeriesPiRamanujan::FormulaB_SeriesPiRamanujan()", "ReducedMemory: Expected Boolean, got Integer.");
     expect_throw<IPE>(bad("{ SeriesETaylor : { Power : 0 CoefficientP : 1 CoefficientQ : 0 CoefficientD : 1 Alternating : true } }"),
                       "FormulaB_SeriesETaylor::FormulaB_SeriesETaylor()", "Power must be 1 or -1.");
 
