@@ -23,6 +23,8 @@ void register_builtin_nodes(FormulaFactoryRegistry& registry) {
     registry.add("SeriesETaylor", make_series_e_taylor_node);
     registry.add("SeriesPiChudnovsky", make_series_pi_chudnovsky_node);
     registry.add("SeriesPiRamanujan", make_series_pi_ramanujan_node);
+    register_series_nodes(registry);
+    register_function_nodes(registry);
 }
 
 const FormulaFactoryRegistry& builtin_node_registry() {

@@ -35,7 +35,14 @@ QMP_FORMULA_FACTORY(make_series_pi_ramanujan_node);
 
 #undef QMP_FORMULA_FACTORY
 
-// Adds every node above under its name ("Integer", "Scope", ...).
+// The named constant series (zeta(3), Catalan, lemniscate, log 2, Euler-Mascheroni), the
+// BBP-type and hyperdescent series, and ArcCoth / LogMachin.
+void register_series_nodes(FormulaFactoryRegistry& registry);
+// The elementary functions built over the others: Exp, Log, Log-AGM, the hyperbolic functions
+// and their inverses, Gamma, and the built-in constants Pi, Log2, GoldenRatio, ...
+void register_function_nodes(FormulaFactoryRegistry& registry);
+
+// Adds every node above under its name ("Integer", "Scope", ...), then the two groups above.
 void register_builtin_nodes(FormulaFactoryRegistry& registry);
 // A registry filled by register_builtin_nodes(), built once.
 const FormulaFactoryRegistry& builtin_node_registry();
