@@ -1,0 +1,106 @@
+// Timing of the decimal radix conversion of a random number x in [1, 2) to DIGITS digits
+// through FloatWriterB with the standard multiplication table: conversion, then its
+// verification (power, product and hash), each timed once (the output line of the peer
+// timing tools).
+//   qmp_radixbench DIGITS [THREADS]
+//     THREADS: above 1, a "pushpool" framework of that many workers and a task decomposition of
+//              THREADS for the tree's halves and the products.
+// Output: "digits=N convert_s=T verify_s=T", then the fields of the digit-file writers when
+// they are timed (see `extra_fields` below).
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qmp/console.h"
+#include "qmp/exception.h"
+#include "qmp/multiply/algorithm_registry.h"
+#include "qmp/multiply/builtin_algorithms.h"
+#include "qmp/multiply/tuning_profile.h"
+#include "qmp/numbers/aligned_buffer.h"
+#include "qmp/numbers/big_float.h"
+#include "qmp/parallel/parallel_framework.h"
+#include "qmp/radix/float_writer.h"
+
+namespace {
+
+double now_seconds() {
+    using clock = std::chrono::steady_clock;
+    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
+}
+
+struct SplitMix64 {
+    uint64_t state;
+    uint64_t next() {
+        uint64_t z = (state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+};
+
+int bench(uint64_t digits, uint64_t threads) {
+    std::unique_ptr<qmp::ParallelFramework> framework;
+    if (threads > 1) {
+        qmp::ConfigObject settings = qmp::find_parallel_framework("pushpool").default_config();
+        settings.get("WorkerThreads", "qmp_radixbench") = qmp::ConfigObject::make_integer(int64_t(threads));
+        framework = qmp::make_parallel_framework(settings);
+    }
+    qmp::AlgorithmRegistry registry;
+    qmp::register_builtin_algorithms(registry);
+    const qmp::AlgorithmTableB table = qmp::make_default_table(registry);
+
+    // x = 1 + a random fraction of as many words as the digits need, plus two.
+    const uint64_t fraction_words = digits / 19 + 5;
+    std::vector<uint64_t> words(fraction_words + 1);
+    SplitMix64 rng{0x0123456789ABCDEFull};
+    for (uint64_t i = 0; i < fraction_words; ++i) words[i] = rng.next();
+    words[fraction_words] = 1;
+    qmp::BigFloat<uint64_t> x(words.data(), words.size());
+    x.L = words.size();
+    x.exp = -int64_t(fraction_words);
+
+    qmp::FloatWriterB writer(x, 10, digits, digits, true, nullptr, table, framework.get(), threads);
+    const uint64_t bytes = qmp::AlignedBufferC::round_up(writer.memory_bytes());
+    std::vector<uint64_t> storage(bytes / 8 + 16);
+    const uintptr_t p = (reinterpret_cast<uintptr_t>(storage.data()) + 127) & ~uintptr_t(127);
+    const qmp::AlignedBufferC memory(reinterpret_cast<void*>(p), bytes);
+
+    double t0 = now_seconds();
+    writer.convert(memory);
+    const double convert_s = now_seconds() - t0;
+    t0 = now_seconds();
+    writer.verify(memory);
+    const double verify_s = now_seconds() - t0;
+
+    // Timings of the digit-file writers (.txt, .qcd) go here when they exist, as
+    // " write_txt_s=T write_qcd_s=T".
+    const std::string extra_fields;
+    std::printf("digits=%llu convert_s=%.6g verify_s=%.6g%s\n", (unsigned long long)digits, convert_s, verify_s,
+                extra_fields.c_str());
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: qmp_radixbench DIGITS [THREADS]\n");
+        return 2;
+    }
+    const uint64_t digits = std::strtoull(argv[1], nullptr, 10);
+    const uint64_t threads = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
+    if (digits == 0 || threads == 0) {
+        std::fprintf(stderr, "DIGITS and THREADS must be positive\n");
+        return 2;
+    }
+    try {
+        return bench(digits, threads);
+    } catch (const qmp::Exception& e) {
+        e.print();
+        return 1;
+    }
+}
