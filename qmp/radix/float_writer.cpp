@@ -1,6 +1,8 @@
 // The in-memory digit writer: range check, conversion or unpacking, hash checks, digit output.
 #include "qmp/radix/float_writer.h"
 
+#include "qmp/digitfiles/digit_pack.h"
+
 #include <algorithm>
 #include <string>
 
@@ -133,20 +135,25 @@ void FloatWriterB::verify_binary_words() {
 }
 
 void FloatWriterB::digits(char* raw, uint64_t position, uint64_t count) const {
-    // Word by word: unpack all of a word's digits, copy the part inside the range.
+    // Partial words at either end go through one word's digits; the whole words between them
+    // are unpacked straight into the output by the vector kernels of the digit-file layer.
     const uint64_t per_word = digits_per_word();
     char word_digits[19];
-    for (uint64_t done = 0; done < count;) {
-        const uint64_t p = position + done, index = p / per_word, first = p % per_word;
-        uint64_t w = words_[index];
-        for (uint64_t j = per_word; j-- > 0;) {
-            word_digits[j] = char(radix_ == 16 ? (w & 15) : (w % 10));
-            w = radix_ == 16 ? w >> 4 : w / 10;
-        }
-        const uint64_t take = std::min(per_word - first, count - done);
-        std::copy(word_digits + first, word_digits + first + take, raw + done);
-        done += take;
+    auto partial = [&](uint64_t p, uint64_t take, char* out) {
+        unpack_digits(radix_, &words_[p / per_word], word_digits, 1);
+        std::copy(word_digits + p % per_word, word_digits + p % per_word + take, out);
+    };
+    uint64_t done = 0;
+    if (position % per_word != 0 && count > 0) {
+        done = std::min(per_word - position % per_word, count);
+        partial(position, done, raw);
     }
+    const uint64_t whole = (count - done) / per_word;
+    if (whole > 0) {
+        unpack_digits(radix_, &words_[(position + done) / per_word], raw + done, whole);
+        done += whole * per_word;
+    }
+    if (done < count) partial(position + done, count - done, raw + done);
 }
 
 void FloatWriterB::write(uint64_t block_digits) {
