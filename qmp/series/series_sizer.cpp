@@ -2,6 +2,7 @@
 #include "qmp/series/series_sizer.h"
 
 #include <cmath>
+#include <string>
 
 #include "qmp/exception.h"
 
@@ -24,6 +25,8 @@ uint64_t scan_term_count(const PQRSeries& s, uint64_t words, const char* functio
     for (uint64_t k = 1; k < kMaxIndex; ++k) {
         long double P, Q, R;
         s.approximate(k, P, Q, R);
+        // A zero denominator would make every later term infinite and the scan endless.
+        if (Q == 0) throw InvalidParametersException(function, "Q(x) is zero at x = " + std::to_string(k) + ".");
         const double t = mantissa * double(P / Q);
         int e = 0;
         const double m = std::frexp(t, &e);

@@ -12,7 +12,8 @@
 
 namespace qmp::BinarySplitting {
 
-// The smallest N as above; `function` names the sizer in the index-overflow errors.
+// The smallest N as above; `function` names the sizer in the index-overflow errors. A term
+// whose denominator Q(k) is zero is InvalidParametersException "Q(x) is zero at x = k.".
 uint64_t scan_term_count(const PQRSeries& s, uint64_t words, const char* function);
 
 // "Series index exceeded. Series summation will overflow a 64-bit integer." when the range

@@ -217,6 +217,9 @@ TEST(CommonP2B3, SizerKeepsTheTailBelowThePrecision) {
         EXPECT_LT(first_omitted_log2, -64.0 * double(words)) << words;
         EXPECT_GT(-std::lgamma(double(n + 1)) / std::log(2.0), -64.0 * double(words) - 40) << "not minimal";
     }
+    // Q(k) = 2k - 6 vanishes at k = 3: refused, where the scan would otherwise never end.
+    PolynomialSeries pole("pole", {1}, {-6, 2}, {1}, PolynomialSeries::Form::Linear);
+    EXPECT_THROW(pole.terms_for_words(10), InvalidParametersException);
 }
 
 }  // namespace
