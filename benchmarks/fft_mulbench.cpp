@@ -8,6 +8,7 @@
 // THREADS > 1 runs through the push-pool framework with tds = THREADS. --cpu times by the
 // process's CPU clock instead of the wall clock: on a shared, loaded machine the wall clock
 // mostly measures waiting (only meaningful for one thread).
+#include "benchmarks/bench_support.h"
 #include "qmp/multiply/fft/fftv4.h"
 
 #include "qmp/cpu_features.h"
@@ -33,30 +34,11 @@ namespace {
 
 bool g_cpu_clock = false;
 
-double now_seconds() {
-    if (g_cpu_clock) {
-        timespec t;
-        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-        return t.tv_sec + t.tv_nsec * 1e-9;
-    }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+double now_seconds() { return g_cpu_clock ? qmp::bench::process_cpu_seconds() : qmp::bench::wall_seconds(); }
 
 template <typename F>
 double time_best(F&& f, int rounds = 3, double min_round_s = 0.05) {
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        long k = 0;
-        const double t0 = now_seconds();
-        double t1;
-        do {
-            f();
-            ++k;
-            t1 = now_seconds();
-        } while (t1 - t0 < min_round_s);
-        best = std::min(best, (t1 - t0) / k);
-    }
-    return best;
+    return qmp::bench::time_best(f, rounds, min_round_s, now_seconds);
 }
 
 uint64_t splitmix(uint64_t& s) {

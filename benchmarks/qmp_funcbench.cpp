@@ -15,6 +15,7 @@
 #include <memory>
 #include <vector>
 
+#include "benchmarks/bench_support.h"
 #include "qmp/exception.h"
 #include "qmp/functions/division.h"
 #include "qmp/functions/inv_nth_root.h"
@@ -27,26 +28,9 @@
 
 namespace {
 
-double now_seconds() {
-    using clock = std::chrono::steady_clock;
-    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
-}
+using qmp::bench::time_best;
 
-template <typename F>
-double time_best(F&& f, int rounds = 3, double min_round_s = 0.05) {
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        long k = 0;
-        double t0 = now_seconds(), t1;
-        do {
-            f();
-            ++k;
-            t1 = now_seconds();
-        } while (t1 - t0 < min_round_s);
-        best = std::min(best, (t1 - t0) / k);
-    }
-    return best;
-}
+
 
 // 128-byte aligned words.
 struct Words {

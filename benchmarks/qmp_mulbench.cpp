@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/bench_support.h"
 #include "qmp/exception.h"
 #include "qmp/cpu_features.h"
 #include "qmp/multiply/algorithm_registry.h"
@@ -37,48 +38,14 @@
 
 namespace {
 
-double now_seconds() {
-    using clock = std::chrono::steady_clock;
-    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
-}
+using qmp::bench::AlignedWords;
+using qmp::bench::SplitMix64;
+using qmp::bench::time_best;
+
 
 // Seconds per call of f: best of `rounds`, each looping for at least `min_round_s`.
-template <typename F>
-double time_best(F&& f, int rounds = 3, double min_round_s = 0.05) {
-    double best = 1e30;
-    for (int r = 0; r < rounds; ++r) {
-        long k = 0;
-        double t0 = now_seconds(), t1;
-        do {
-            f();
-            ++k;
-            t1 = now_seconds();
-        } while (t1 - t0 < min_round_s);
-        if ((t1 - t0) / k < best) best = (t1 - t0) / k;
-    }
-    return best;
-}
 
-struct SplitMix64 {
-    uint64_t state;
-    uint64_t next() {
-        uint64_t z = (state += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-};
 
-// Scratch buffer aligned to 128 bytes.
-struct Scratch {
-    std::vector<uint64_t> words;
-    uint64_t bytes;
-    explicit Scratch(uint64_t b) : words(b / 8 + 32), bytes(b) {}
-    void* data() {
-        uintptr_t p = reinterpret_cast<uintptr_t>(words.data());
-        return reinterpret_cast<void*>((p + 127) & ~uintptr_t(127));
-    }
-};
 
 // For each candidate size n, `lower(n)` (the method below the cross-over) against `upper(n)`
 // (one step of the method above it, children as usual). Short rounds alternate the two and the
@@ -199,10 +166,11 @@ int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed, bool bkt_onl
     Int A(a.data(), n), B(b.data(), n), C(c.data(), 2 * n);
     A.L = qmp::normalized_length(a.data(), n);
     B.L = qmp::normalized_length(b.data(), n);
-    Scratch mul_scratch(qmp::AlignedBufferC::round_up(Int::mul_scratch_bytes(table, n, n)));
-    Scratch sqr_scratch(qmp::AlignedBufferC::round_up(Int::sqr_scratch_bytes(table, n)));
-    const qmp::AlignedBufferC mul_buffer(mul_scratch.data(), mul_scratch.bytes);
-    const qmp::AlignedBufferC sqr_buffer(sqr_scratch.data(), sqr_scratch.bytes);
+    const uint64_t mul_bytes = qmp::AlignedBufferC::round_up(Int::mul_scratch_bytes(table, n, n));
+    const uint64_t sqr_bytes = qmp::AlignedBufferC::round_up(Int::sqr_scratch_bytes(table, n));
+    AlignedWords mul_scratch(mul_bytes / 8), sqr_scratch(sqr_bytes / 8);
+    const qmp::AlignedBufferC mul_buffer(mul_scratch.data, mul_bytes);
+    const qmp::AlignedBufferC sqr_buffer(sqr_scratch.data, sqr_bytes);
 
     const double mul_s = time_best([&] { C.set_mul(A, B, table, mul_buffer, parallelizer, threads); });
     const uint64_t product_mod = qmp::mod_m61(C.T, C.L);

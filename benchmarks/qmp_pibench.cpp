@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "formulas/pi/pi_finish.h"
+#include "benchmarks/bench_support.h"
 #include "qmp/exception.h"
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/builtin_algorithms.h"
@@ -26,9 +27,8 @@
 
 namespace {
 
-double now_s() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+constexpr auto now_s = qmp::bench::wall_seconds;
+
 
 }  // namespace
 

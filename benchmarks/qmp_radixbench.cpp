@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/bench_support.h"
 #include "qmp/console.h"
 #include "qmp/digitfiles/qcd_set_writer.h"
 #include "qmp/digitfiles/text_writer.h"
@@ -35,20 +36,10 @@
 
 namespace {
 
-double now_seconds() {
-    using clock = std::chrono::steady_clock;
-    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
-}
+using qmp::bench::SplitMix64;
+constexpr auto now_seconds = qmp::bench::wall_seconds;
 
-struct SplitMix64 {
-    uint64_t state;
-    uint64_t next() {
-        uint64_t z = (state += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-};
+
 
 // Sends the writer's digits through `sink` in blocks (unpacking included, as a job writes them).
 void send_digits(const qmp::FloatWriterB& writer, uint64_t digits, qmp::DigitSink& sink) {
