@@ -5,6 +5,7 @@
 
 #include "app/digit_viewer.h"
 #include "app/jobs/job_options.h"
+#include "app/report/validator.h"
 
 namespace qv {
 namespace {
@@ -20,9 +21,6 @@ std::string read_optional_path(qmp::CommandLine& args, const char* parser) {
     return path;
 }
 
-constexpr const char* kValidatorRun = "Validator::run()";
-constexpr const char* kValidatorMessage = "The benchmark validator is not available in this build.";
-
 }  // namespace
 
 void digitviewer_action(qmp::CommandLine& args) {
@@ -32,10 +30,9 @@ void digitviewer_action(qmp::CommandLine& args) {
 void digitviewer_menu() { run_digit_viewer({}); }
 
 void validate_action(qmp::CommandLine& args) {
-    read_optional_path(args, "Validator::parse_options()");
-    job_not_available(kValidatorRun, kValidatorMessage);
+    run_validator(read_optional_path(args, "Validator::parse_options()"));
 }
 
-void validate_menu() { job_not_available(kValidatorRun, kValidatorMessage); }
+void validate_menu() { run_validator({}); }
 
 }  // namespace qv

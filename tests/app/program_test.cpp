@@ -113,7 +113,7 @@ TEST(Program, ActionWordsAndTheirErrors) {
         {{"bbp"}, 1, "The BBP digit extractor is not available in this build."},
         {{"digitviewer", "pi.txt"}, 1, "Unable to open file."},
         {{"digitviewer", "a.txt", "b.txt"}, 1, "Invalid Parameter: b.txt"},
-        {{"validate"}, 1, "The benchmark validator is not available in this build."},
+        {{"validate", "nowhere.txt"}, 1, "nowhere.txt"},
         {{"about", "more"}, 1, "Invalid Parameter: more"},
         {{"about"}, 0, "quorvalith v0.1.0\n"},
         {{"config"}, 1, "Please specify a config file."},
