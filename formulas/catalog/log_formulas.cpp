@@ -67,7 +67,8 @@ ConfigObject zuniga2025(int64_t two_power) {
                                                             {"CoefficientD", integer(1)},
                                                             {"PolynomialP", integers(k2025P)},
                                                             {"PolynomialR", integers(k2025R)},
-                                                            {"PolynomialQ", integers(k2025Q)}}));
+                                                            {"PolynomialQ", integers(k2025Q)},
+                                                            {"TermsGrouped", integer(1)}}));
     return linear_combination({{-1, std::move(sum)}, {1, node("Divide", array({node("Log", integer(two_power)), integer(3)}))}});
 }
 

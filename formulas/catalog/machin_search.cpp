@@ -182,7 +182,7 @@ double LogMachinFormula::cost() const noexcept {
 void LogMachinFormula::find_formula() {
     terms_.clear();
     const uint64_t largest = largest_prime_factor(n_);
-    if (largest > kLargestPrimeFactor) { fprintf(stderr,"fail at line %d\n",__LINE__); throw qmp::InvalidParametersException(kFunction, "Unable to find a formula."); }
+    if (largest > kLargestPrimeFactor) throw qmp::InvalidParametersException(kFunction, "Unable to find a formula.");
     primes_ = primes_up_to(std::max<uint64_t>(7, largest));
     const size_t m = primes_.size();
 
@@ -215,7 +215,7 @@ void LogMachinFormula::find_formula() {
     };
     std::vector<uint64_t> chosen = greedy({});
     if (choice_ == MachinChoice::Secondary && !chosen.empty()) chosen = greedy(chosen);
-    if (chosen.empty()) { fprintf(stderr,"fail at line %d\n",__LINE__); throw qmp::InvalidParametersException(kFunction, "Unable to find a formula."); }
+    if (chosen.empty()) throw qmp::InvalidParametersException(kFunction, "Unable to find a formula.");
 
     // Cramer's rule on sum_i c_i v(x_i) = 2 e(n), every determinant exact.
     Vector target(m, 0);

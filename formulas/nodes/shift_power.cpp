@@ -2,7 +2,7 @@
 // e != 0 by left-to-right binary powering (squarings and products that keep p words; the
 // relative error grows by about one unit of word p per step, 2 log2|e| steps at most), and
 // e < 0 as the reciprocal of x^|e|. Shifts are limited to |s| < 2^48 bits so that exponents
-// stay far from overflow.
+// stay far from overflow. A non-integer exponent y gives exp(y ln x) (hyperbolic_nodes.cpp).
 #include <algorithm>
 #include <bit>
 #include <memory>
@@ -117,7 +117,8 @@ std::unique_ptr<FormulaEvaluator> make_shift_node(const FormulaNode& node, Formu
 
 std::unique_ptr<FormulaEvaluator> make_power_node(const FormulaNode& node, FormulaBuilder& builder) {
     const std::vector<ConfigObject>& set = node.argument().as_array_exact(2, "Power");
-    // Only integer exponents exist here: a node exponent fails with "Node is not an integer.".
+    // A non-integer exponent is exp(y ln x) (make_real_power_node).
+    if (!FormulaNode(set[1]).is_integer()) return make_real_power_node(node, builder);
     const int64_t exponent = FormulaNode(set[1]).get_as_integer();
     if (exponent == 0) throw InvalidParametersException("FormulaB_Power::FormulaB_Power()", "Exponent cannot be zero.");
     return std::make_unique<FormulaB_Power>(builder.build(set[0]), exponent);
