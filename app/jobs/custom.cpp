@@ -1,33 +1,34 @@
 // The custom computation of a constant ("custom", menu entry 4, job files with "Action"
-// "CustomCompute"). The command-line form takes every option; -M, -minIO and -bytesperseek only
-// with -swap (swap mode).
+// "CustomCompute"): each form builds the job's settings (command-line words, the menu, or the
+// job file) and runs them through the in-memory driver.
 #include "app/jobs/jobs.h"
 
-#include "app/jobs/job_options.h"
+#include "app/compute/compute_command_line.h"
+#include "app/compute/compute_menu.h"
+#include "app/compute/float_session.h"
 
 namespace qv {
 namespace {
 
-constexpr const char* kParser = "CustomCompute::parse_options()";
-constexpr const char* kRun = "CustomCompute::run()";
-constexpr const char* kMessage = "Custom computations are not available in this build.";
+void run_computation(const ComputeSettings& settings) {
+    const SessionToken token = issue_session_token();
+    NormalFloatSessionB session(settings, token);
+    session.run(token);
+}
 
 }  // namespace
 
-void custom_action(qmp::CommandLine& args) {
-    const JobOptions options = parse_job_options(
-        args, kParser,
-        {"-noSMT", "-compress", "-verify", "-bytesperseek", "-TD", "-PF", "-MA", "-M", "-minIO", "-swap"},
-        [](const std::string&) { return false; });
-    check_swap_only_options(options, kParser, {"-M", "-minIO", "-bytesperseek"});
-    job_not_available(kRun, kMessage);
+void custom_action(qmp::CommandLine& args) { run_computation(parse_compute_command_line(args)); }
+
+void custom_menu() {
+    ComputeSettings settings = ComputeSettings::defaults();
+    if (compute_menu(settings, ComputeMenuPurpose::Run)) run_computation(settings);
 }
 
-void custom_menu() { job_not_available(kRun, kMessage); }
-
 void custom_job(const qmp::ConfigObject& job) {
-    (void)job;
-    job_not_available(kRun, kMessage);
+    ComputeSettings settings = ComputeSettings::defaults();
+    settings.load_config(job);
+    run_computation(settings);
 }
 
 }  // namespace qv

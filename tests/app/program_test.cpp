@@ -109,7 +109,7 @@ TEST(Program, ActionWordsAndTheirErrors) {
         {{"stress", "-M", "1000000"}, 1, "The component stress tester is not available in this build."},
         {{"benchio"}, 1, "The I/O performance analysis is not available in this build."},
         {{"custom", "-M", "1000"}, 1, "Option -M is not supported for this mode."},
-        {{"custom", "-compress", "-verify"}, 1, "Custom computations are not available in this build."},
+        {{"custom", "-compress", "-verify"}, 1, "Expected more parameters."},
         {{"bbp"}, 1, "The BBP digit extractor is not available in this build."},
         {{"digitviewer", "pi.txt"}, 1, "Unable to open file."},
         {{"digitviewer", "a.txt", "b.txt"}, 1, "Invalid Parameter: b.txt"},
@@ -155,8 +155,9 @@ TEST(Program, JobFilesSelectTheJobByItsAction) {
         const char* path;
         const char* text;
     } cases[] = {
-        {"job", "Custom computations are not available in this build."},  // ".cfg" appended
-        {"job.cfg", "Custom computations are not available in this build."},
+        // The computation job reads its settings: this file has none.
+        {"job", "In Function: ComputeSettings::load_config()\nInvalid Key: Constant"},  // ".cfg" appended
+        {"job.cfg", "In Function: ComputeSettings::load_config()\nInvalid Key: Constant"},
         {"io.json", "The I/O performance analysis is not available in this build."},
         {"stress", "The component stress tester is not available in this build."},
         {"swap.cfg", "The far-memory swap tester is not available in this build."},
