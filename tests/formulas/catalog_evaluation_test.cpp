@@ -1,6 +1,7 @@
-// The catalog's formula texts run through the formula language: every algorithm whose nodes
-// exist evaluates to its constant, compared with the independent reference digits. This is
-// where the generators and the parser must agree on node names, keys and argument forms.
+// The catalog's formula texts run through the formula language: every algorithm evaluates to
+// its constant (power 1) and to its reciprocal (power -1), compared with the independent
+// reference digits. This is where the generators and the parser must agree on node names, keys
+// and argument forms.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -27,12 +28,13 @@ ExactValue reference_for(const std::string& name, uint64_t digits) {
     return {diff(log10.num, log2.num), log10.den, 0, false};
 }
 
-FormulaFloat evaluate(FormulaHarness& harness, const CatalogCase& c, uint64_t digits) {
+FormulaFloat evaluate(FormulaHarness& harness, const CatalogCase& c, uint64_t digits, int power = 1) {
     qv::FormulaRequest request;
     request.constant = c.constant;
     request.algorithm = c.algorithm;
     request.argument = c.argument;
     request.digits = digits;
+    request.power = power;
     return harness.run(qv::generate_formula(request).text, digits / 19 + 2);
 }
 
@@ -63,6 +65,12 @@ TEST(CatalogEvaluation, AlgorithmsGiveTheirConstants) {
             const FormulaFloat x = evaluate(harness, c, digits);
             // The reference is truncated to `digits` digits: agreement to 3.3 bits per digit.
             EXPECT_TRUE(agree(exact(x), reference_for(c.reference, digits + 20), uint64_t(digits * 3.3)));
+            if (digits != 2000) continue;
+            // Power -1: the reciprocal, so that x times the reference is 1.
+            FormulaHarness reciprocal_harness;
+            const FormulaFloat y = evaluate(reciprocal_harness, c, digits, -1);
+            EXPECT_TRUE(agree(exact_mul(exact(y), reference_for(c.reference, digits + 20)), exact(1), uint64_t(digits * 3.3)))
+                << "power -1";
         }
     }
 }
