@@ -1,6 +1,7 @@
 // Names, the digit fingerprint and the end-of-run files.
 #include "app/compute/run_artifacts.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -63,6 +64,22 @@ std::string sha256_of_digits(const qmp::FloatWriterB& writer, uint64_t digits) {
     return Sha256::to_hex(hasher.finish());
 }
 
+// The user named by "Username.txt" in the working directory (first line), else the login
+// name of the process's user, else $USER; empty when none is known.
+static std::string user_name() {
+    if (FILE* f = std::fopen("Username.txt", "rb")) {
+        char line[256] = {};
+        const bool got = std::fgets(line, sizeof line, f) != nullptr;
+        std::fclose(f);
+        std::string name = got ? line : "";
+        while (!name.empty() && (name.back() == '\n' || name.back() == '\r')) name.pop_back();
+        if (!name.empty()) return name;
+    }
+    if (const passwd* pw = getpwuid(getuid()); pw != nullptr && pw->pw_name != nullptr) return pw->pw_name;
+    const char* user = std::getenv("USER");
+    return user != nullptr ? user : "";
+}
+
 std::string report_directory(const ComputeSettings& s) {
     return s.output.writer == "stdout" ? std::string() : s.output.path;
 }
@@ -72,8 +89,7 @@ void write_run_artifacts(const ComputeSettings& s, const RunSummary& summary, co
     ValidationRecord r;
     r.program_version = kProgramVersion;
     r.binary_tag = std::string("x64 ") + qmp::simd_level_name(qmp::active_simd_level());
-    const char* user = std::getenv("USER");
-    r.user = user != nullptr ? user : "";
+    r.user = user_name();
     r.constant_name = summary.constant_name;
     r.algorithm_name = summary.algorithm_name;
     r.decimal_digits = summary.decimal_digits;
