@@ -33,12 +33,7 @@ protected:
     FormulaSizing size_node(uint64_t p, const FormulaContext& context) override {
         x_->plan(p, context);
         plan_.emplace(*context.table, p, context.tds);
-        FormulaSizing s;
-        s.output_words = node_value_words(p);
-        s.scratch_bytes = std::max(x_->total_bytes(), value_bytes(x_->sizing().output_words) + plan_->scratch_bytes());
-        s.checkpoint_bytes = value_bytes(s.output_words);
-        s.buffers = {{"m_x_words", x_->sizing().output_words}};
-        return s;
+        return one_child_plan_sizing(*x_, p, plan_->scratch_bytes());
     }
 
     void run(FormulaFloat& out, AlignedBufferC scratch, FormulaContext& context) override {

@@ -56,4 +56,13 @@ uint64_t node_mul_scratch_bytes(const FormulaContext& context, uint64_t p) {
                     FormulaFloat::sqr_scratch_bytes(*context.table, n));
 }
 
+FormulaSizing one_child_plan_sizing(const FormulaEvaluator& x, uint64_t p, uint64_t plan_scratch_bytes) {
+    FormulaSizing s;
+    s.output_words = node_value_words(p);
+    s.scratch_bytes = std::max(x.total_bytes(), value_bytes(x.sizing().output_words) + plan_scratch_bytes);
+    s.checkpoint_bytes = value_bytes(s.output_words);
+    s.buffers = {{"m_x_words", x.sizing().output_words}};
+    return s;
+}
+
 }  // namespace qmp

@@ -30,6 +30,10 @@ void shift_in_place(FormulaFloat& x, int64_t bits);
 // Scratch of a product of two node results at precision p.
 uint64_t node_mul_scratch_bytes(const FormulaContext& context, uint64_t p);
 
+// The sizing of a node that evaluates one planned child x and then runs a Newton plan on it:
+// x's own evaluation, or x's value held while the plan runs, whichever needs more scratch.
+FormulaSizing one_child_plan_sizing(const FormulaEvaluator& x, uint64_t p, uint64_t plan_scratch_bytes);
+
 // Builds the child given by a configuration value.
 inline std::unique_ptr<FormulaEvaluator> build_child(FormulaBuilder& builder, const ConfigObject& node) {
     return builder.build(node);
