@@ -69,6 +69,25 @@ void wrapped_error_words(uint64_t* F, uint64_t* R, uint64_t N, int64_t u, uint64
 bool use_wrapped(uint64_t p, const ProductRunner<uint64_t>& mul) { return mul.table != nullptr && p >= wrapped_min_p; }
 
 // [ stored y | R, N + 1 words | F, p + 3 words | Q, N + 1 words | product scratch ]
+// The end of every wrapped step once the error words F[0, p + 3) are formed: the error test,
+// then y_out = y when the error is zero, else y + y e / divisor with y e taken through y's
+// stored transform Ty into Q (N + 1 words).
+void finish_wrapped_step(Float& y_out, const Float& y, uint64_t* F, uint64_t p, uint64_t pi,
+                         const fft::NegacyclicProduct& np, const void* Ty, uint64_t* Q, uint64_t divisor,
+                         const ProductRunner<uint64_t>& mul, AlignedBufferC scratch) {
+    const uint64_t k = p + 2;
+    const bool over = newton_error_test(F, k, p, pi, mul.function);
+    const Float E = word_view(F, k + 1, -int64_t(k));
+    if (E.L == 0) {
+        y_out.set_BigFloat(y, p + 2);
+        y_out.sign = true;
+        return;
+    }
+    const Float Et = top_view(E, p - pi + 4);
+    np.multiply(Q, Ty, Et.T, Et.L, scratch.data(), mul.parallelizer, mul.tds);
+    apply_correction(y_out, y, word_view(Q, np.modulus_words() + 1, y.exp + Et.exp), over, divisor, p, scratch);
+}
+
 uint64_t reciprocal_step_wrapped_bytes(uint64_t p, uint64_t pi) {
     (void)pi;
     const fft::NegacyclicProduct wp(modulus_min_words(p));
@@ -89,16 +108,7 @@ void reciprocal_step_wrapped(Float& y_out, const Float& y, const Float& x, uint6
     wp.multiply(R, Ty, xt.T, xt.L, scratch.data(), mul.parallelizer, mul.tds);
 
     wrapped_error_words(F, R, N, -(xt.exp + y.exp), p, pi, mul.function);
-    const bool over = newton_error_test(F, k, p, pi, mul.function);
-    const Float E = word_view(F, k + 1, -int64_t(k));
-    if (E.L == 0) {
-        y_out.set_BigFloat(y, p + 2);
-        y_out.sign = true;
-        return;
-    }
-    const Float Et = top_view(E, p - pi + 4);
-    wp.multiply(Q, Ty, Et.T, Et.L, scratch.data(), mul.parallelizer, mul.tds);
-    apply_correction(y_out, y, word_view(Q, N + 1, y.exp + Et.exp), over, 1, p, scratch);
+    finish_wrapped_step(y_out, y, F, p, pi, wp, Ty, Q, 1, mul, scratch);
 }
 
 }  // namespace qmp::detail
@@ -156,16 +166,7 @@ void invsqrt_step_wrapped(Float& y_out, const Float& y, const Float& x, uint64_t
     np.square(Y2, Ty, scratch.data(), mul.parallelizer, mul.tds);
     const Float y2 = top_view(word_view(Y2, N + 1, 2 * y.exp), p + 3);
     root_error_words_wrapped(F, top_view(x, p + 2), y2, p, pi, mul, scratch);
-    const bool over = newton_error_test(F, k, p, pi, mul.function);
-    const Float E = word_view(F, k + 1, -int64_t(k));
-    if (E.L == 0) {
-        y_out.set_BigFloat(y, p + 2);
-        y_out.sign = true;
-        return;
-    }
-    const Float Et = top_view(E, p - pi + 4);
-    np.multiply(Q, Ty, Et.T, Et.L, scratch.data(), mul.parallelizer, mul.tds);
-    apply_correction(y_out, y, word_view(Q, N + 1, y.exp + Et.exp), over, 2, p, scratch);
+    finish_wrapped_step(y_out, y, F, p, pi, np, Ty, Q, 2, mul, scratch);
 }
 
 }  // namespace qmp::detail
@@ -196,16 +197,7 @@ void invsqrt_word_step_wrapped(Float& y_out, const Float& y, uint64_t n, uint64_
     const Float y2 = top_view(word_view(Y2, N + 1, 2 * y.exp), p + 3);
     Z[y2.L] = mul_1(Z, y2.T, y2.L, n);
     finish_step_words(F, Z, y2.L + 1, y2.exp, p, pi, mul.function);
-    const bool over = newton_error_test(F, p + 2, p, pi, mul.function);
-    const Float E = word_view(F, p + 3, -int64_t(p + 2));
-    if (E.L == 0) {
-        y_out.set_BigFloat(y, p + 2);
-        y_out.sign = true;
-        return;
-    }
-    const Float Et = top_view(E, p - pi + 4);
-    np.multiply(Q, Ty, Et.T, Et.L, scratch.data(), mul.parallelizer, mul.tds);
-    apply_correction(y_out, y, word_view(Q, N + 1, y.exp + Et.exp), over, 2, p, scratch);
+    finish_wrapped_step(y_out, y, F, p, pi, np, Ty, Q, 2, mul, scratch);
 }
 
 }  // namespace qmp::detail
