@@ -205,7 +205,8 @@ double FFTv4::store(uint64_t* C, uint64_t CL, const fft::Block* points, uint64_t
 }
 
 double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uint64_t* A, uint64_t AL,
-                          const uint64_t* B, uint64_t BL, void* scratch, const MultiplyContext& context) const {
+                          const uint64_t* B, uint64_t BL, void* scratch, const MultiplyContext& context,
+                          uint64_t seed) const {
     const bool square = B == nullptr;
     const Layout l = layout(size, square);
     char* base = align_pointer(scratch);
@@ -224,13 +225,13 @@ double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uin
     uint64_t coefficients;
     if (stream_operands(t, config_)) {
         auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128);
-        const fft::SplitSource a(A, AL, size.bits, config_.mode, n, carries, p, tds);
+        const fft::SplitSource a(A, AL, size.bits, config_.mode, n, carries, p, tds, seed);
         if (square) {
             t.convolve(a, work_a, nullptr, points, tscratch, p, tds);
             coefficients = 2 * digits_of(AL, size.bits) + 1;
         } else {
             t.forward(a, work_a, tscratch, p, tds);
-            const fft::SplitSource b(B, BL, size.bits, config_.mode, n, carries, p, tds);
+            const fft::SplitSource b(B, BL, size.bits, config_.mode, n, carries, p, tds, seed);
             t.convolve(b, work_b, work_a, points, tscratch, p, tds);
             coefficients = digits_of(AL, size.bits) + digits_of(BL, size.bits) + 1;
         }
@@ -238,13 +239,13 @@ double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uin
         return store(C, AL + (square ? AL : BL), points, n, size.bits, coefficients, config_.max_distance_limit,
                      p, tds);
     }
-    fft::split_words(A, AL, size.bits, config_.mode, points, n, p, tds);
+    fft::split_words(A, AL, size.bits, config_.mode, points, n, p, tds, seed);
     if (square) {
         t.convolve(points, work_a, nullptr, points, tscratch, p, tds);
         coefficients = 2 * digits_of(AL, size.bits) + 1;
     } else {
         t.forward(points, work_a, tscratch, p, tds);
-        fft::split_words(B, BL, size.bits, config_.mode, points, n, p, tds);
+        fft::split_words(B, BL, size.bits, config_.mode, points, n, p, tds, seed);
         t.convolve(points, work_b, work_a, points, tscratch, p, tds);
         coefficients = digits_of(AL, size.bits) + digits_of(BL, size.bits) + 1;
     }
@@ -267,18 +268,19 @@ void FFTv4::product_with_retry(const char* function, uint64_t* C, const uint64_t
     const uint64_t need = layout(size, square).total_bytes;
     if (scratch_bytes < need) throw BufferTooSmallException(function, scratch_bytes, need);
 
-    double distance = run_product(size, C, A, AL, B, BL, scratch, context);
+    double distance = run_product(size, C, A, AL, B, BL, scratch, context, fft::kDitherSeed);
     if (!(distance <= config_.max_distance_limit) && config_.retry_one_size_up) {
+        // The redo takes the next size up where the scratch allows it, and always fresh dither
+        // digits: an operand that defeats the default digits does not defeat these.
         const fft::TransformSize up = plan(product_words, true);
-        if (up.bits != 0 && scratch_bytes >= layout(up, square).total_bytes) {
-            std::ostringstream event;
-            event << "FFTv4: max distance " << distance << " on " << fft::describe(size) << " for a "
-                  << product_words << "-word product; redone on " << fft::describe(up) << ".";
-            EventLog::append(event.str());
-            g_retries.fetch_add(1);
-            size = up;
-            distance = run_product(size, C, A, AL, B, BL, scratch, context);
-        }
+        const fft::TransformSize failed = size;
+        if (up.bits != 0 && scratch_bytes >= layout(up, square).total_bytes) size = up;
+        std::ostringstream event;
+        event << "FFTv4: max distance " << distance << " on " << fft::describe(failed) << " for a "
+              << product_words << "-word product; redone on " << fft::describe(size) << " with fresh digits.";
+        EventLog::append(event.str());
+        g_retries.fetch_add(1);
+        distance = run_product(size, C, A, AL, B, BL, scratch, context, fft::fresh_dither_seed());
     }
     if (!(distance <= config_.max_distance_limit)) {
         std::ostringstream message;
@@ -358,21 +360,65 @@ fft::TransformSize stored_size(const StoredHeader& h) { return fft::TransformSiz
 
 }  // namespace
 
-double FFTv4::finish_stored(const char* function, uint64_t* C, uint64_t CL, const fft::TransformSize& size,
-                          fft::Block* work, fft::Block* points, uint64_t coefficient_count, uint64_t bottom,
-                          const MultiplyContext& context) const {
+double FFTv4::release_stored(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const fft::Block* points,
+                             uint64_t coefficient_count, const MultiplyContext& context) const {
+    inject_fault(const_cast<fft::Block*>(points), size.complex_points());
+    return store(C, CL, points, size.complex_points(), size.bits, coefficient_count, config_.max_distance_limit,
+                 context.parallelizer, task_count(context, config_, size.complex_points()));
+}
+
+double FFTv4::stored_convolve(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const uint64_t* X,
+                              uint64_t XL, const fft::Block* other, uint64_t coefficient_count, uint64_t seed,
+                              void* scratch, const MultiplyContext& context) const {
     const Layout l = layout(size, true);
+    char* base = align_pointer(scratch);
+    auto* points = reinterpret_cast<fft::Block*>(base);
+    auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
+    void* tscratch = base + l.points_bytes + l.work_bytes;
+    Parallelizer* p = context.parallelizer;
+    const uint64_t n = size.complex_points();
+    const uint64_t tds = task_count(context, config_, n);
+    // X is read completely before the release writes C, so X may be C's own words.
+    if (stream_operands(*l.transform, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
+        const fft::SplitSource x(X, XL, size.bits, config_.mode, n, carries, p, tds, seed);
+        l.transform->convolve(x, work, other, points, tscratch, p, tds);
+    } else {
+        fft::split_words(X, XL, size.bits, config_.mode, points, n, p, tds, seed);
+        l.transform->convolve(points, work, other, points, tscratch, p, tds);
+    }
+    return release_stored(C, CL, size, points, coefficient_count, context);
+}
+
+void FFTv4::recover_operand(const char* function, uint64_t* W, const void* T, void* scratch,
+                            const MultiplyContext& context) const {
+    const StoredHeader& h = *header_of(T);
+    const fft::TransformSize size = stored_size(h);
+    const Layout l = layout(size, true);
+    char* base = align_pointer(scratch);
+    auto* points = reinterpret_cast<fft::Block*>(base);
+    auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     Parallelizer* p = context.parallelizer;
     const uint64_t tds = task_count(context, config_, size.complex_points());
-    // `work` null: the caller's fused convolve() already left the inverse in `points`.
-    if (work != nullptr) {
-        void* tscratch = reinterpret_cast<char*>(points) + l.points_bytes + l.work_bytes;
-        l.transform->inverse(work, points, tscratch, p, tds);
+    std::memcpy(work, work_of(T), l.transform->work_bytes());
+    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, p, tds);
+    const double distance = store(W, h.operand_words, points, size.complex_points(), size.bits,
+                                  digits_of(h.operand_words, size.bits) + 1, config_.max_distance_limit, p, tds);
+    if (!(distance <= config_.max_distance_limit) || W[0] != h.bottom_word)
+        throw AlgorithmFailedException(function, "Stored transform does not hold its operand.");
+}
+
+template <class Redo>
+double FFTv4::finish_stored(const char* function, uint64_t* C, uint64_t CL, const fft::TransformSize& size,
+                            double distance, uint64_t bottom, Redo redo) const {
+    if (!(distance <= config_.max_distance_limit) && config_.retry_one_size_up) {
+        std::ostringstream event;
+        event << "FFTv4: max distance " << distance << " on " << fft::describe(size) << " for a " << CL
+              << "-word product from a stored transform; redone with fresh digits.";
+        EventLog::append(event.str());
+        g_retries.fetch_add(1);
+        distance = redo(fft::fresh_dither_seed());
     }
-    inject_fault(points, size.complex_points());
-    const double distance =
-        store(C, CL, points, size.complex_points(), size.bits, coefficient_count, config_.max_distance_limit, p, tds);
-    // A stored operand cannot be re-split on a larger transform: a precision failure is final.
     if (!(distance <= config_.max_distance_limit)) {
         std::ostringstream message;
         message << "Rounding error is too large: max distance = " << distance << " on " << fft::describe(size) << ".";
@@ -383,7 +429,7 @@ double FFTv4::finish_stored(const char* function, uint64_t* C, uint64_t CL, cons
 }
 
 double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const uint64_t* B, uint64_t BL, void* scratch,
-                                 uint64_t scratch_bytes, const MultiplyContext& context) const {
+                                   uint64_t scratch_bytes, const MultiplyContext& context) const {
     static const char* kFunction = "FFTv4::multiply_transformed()";
     const StoredHeader& h = *header_of(TA);
     const fft::TransformSize size = stored_size(h);
@@ -395,27 +441,17 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const uint64_t* 
     const Layout l = layout(size, true);
     if (scratch_bytes < l.total_bytes) throw BufferTooSmallException(kFunction, scratch_bytes, l.total_bytes);
 
-    char* base = align_pointer(scratch);
-    auto* points = reinterpret_cast<fft::Block*>(base);
-    auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
-    Parallelizer* p = context.parallelizer;
-    const uint64_t tds = task_count(context, config_, size.complex_points());
-    void* tscratch = base + l.points_bytes + l.work_bytes;
-    if (stream_operands(*l.transform, config_)) {
-        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
-        const fft::SplitSource b(B, BL, size.bits, config_.mode, size.complex_points(), carries, p, tds);
-        l.transform->convolve(b, work, work_of(TA), points, tscratch, p, tds);
-    } else {
-        fft::split_words(B, BL, size.bits, config_.mode, points, size.complex_points(), p, tds);
-        l.transform->convolve(points, work, work_of(TA), points, tscratch, p, tds);
-    }
+    const uint64_t CL = h.operand_words + BL;
     const uint64_t coefficients = digits_of(h.operand_words, size.bits) + digits_of(BL, size.bits) + 1;
-    return finish_stored(kFunction, C, h.operand_words + BL, size, nullptr, points, coefficients,
-                         h.bottom_word * B[0], context);
+    // B is split afresh on a redo: the stored digits of A stay as they are.
+    auto run = [&](uint64_t seed) {
+        return stored_convolve(C, CL, size, B, BL, work_of(TA), coefficients, seed, scratch, context);
+    };
+    return finish_stored(kFunction, C, CL, size, run(fft::kDitherSeed), h.bottom_word * B[0], run);
 }
 
 double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, void* scratch, uint64_t scratch_bytes,
-                                 const MultiplyContext& context) const {
+                                   const MultiplyContext& context) const {
     static const char* kFunction = "FFTv4::multiply_transformed()";
     const StoredHeader& ha = *header_of(TA);
     const StoredHeader& hb = *header_of(TB);
@@ -433,15 +469,22 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, 
     auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     std::memcpy(work, work_of(TA), l.transform->work_bytes());
-    l.transform->pointwise_multiply(work, work_of(TB), context.parallelizer,
-                                    task_count(context, config_, size.complex_points()));
+    const uint64_t tds = task_count(context, config_, size.complex_points());
+    l.transform->pointwise_multiply(work, work_of(TB), context.parallelizer, tds);
+    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
+    const uint64_t CL = ha.operand_words + hb.operand_words;
     const uint64_t coefficients = digits_of(ha.operand_words, size.bits) + digits_of(hb.operand_words, size.bits) + 1;
-    return finish_stored(kFunction, C, ha.operand_words + hb.operand_words, size, work, points, coefficients,
-                  ha.bottom_word * hb.bottom_word, context);
+    // A redo takes B's words back from its transform into C and splits them afresh.
+    auto redo = [&](uint64_t seed) {
+        recover_operand(kFunction, C, TB, scratch, context);
+        return stored_convolve(C, CL, size, C, hb.operand_words, work_of(TA), coefficients, seed, scratch, context);
+    };
+    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, points, coefficients, context),
+                         ha.bottom_word * hb.bottom_word, redo);
 }
 
 double FFTv4::square_transformed(uint64_t* C, const void* TA, void* scratch, uint64_t scratch_bytes,
-                               const MultiplyContext& context) const {
+                                 const MultiplyContext& context) const {
     static const char* kFunction = "FFTv4::square_transformed()";
     const StoredHeader& h = *header_of(TA);
     const fft::TransformSize size = stored_size(h);
@@ -456,11 +499,18 @@ double FFTv4::square_transformed(uint64_t* C, const void* TA, void* scratch, uin
     auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     std::memcpy(work, work_of(TA), l.transform->work_bytes());
-    l.transform->pointwise_square(work, context.parallelizer,
-                                  task_count(context, config_, size.complex_points()));
+    const uint64_t tds = task_count(context, config_, size.complex_points());
+    l.transform->pointwise_square(work, context.parallelizer, tds);
+    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
+    const uint64_t CL = 2 * h.operand_words;
     const uint64_t coefficients = 2 * digits_of(h.operand_words, size.bits) + 1;
-    return finish_stored(kFunction, C, 2 * h.operand_words, size, work, points, coefficients,
-                  h.bottom_word * h.bottom_word, context);
+    // A redo takes A's words back into C and squares them split afresh.
+    auto redo = [&](uint64_t seed) {
+        recover_operand(kFunction, C, TA, scratch, context);
+        return stored_convolve(C, CL, size, C, h.operand_words, nullptr, coefficients, seed, scratch, context);
+    };
+    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, points, coefficients, context),
+                         h.bottom_word * h.bottom_word, redo);
 }
 
 void register_fftv4(AlgorithmRegistry& registry) {

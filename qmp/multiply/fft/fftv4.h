@@ -27,8 +27,9 @@ struct FFTv4Config {
     // A product whose max distance exceeds this is redone (or fails). The tables keep it
     // at or below 1/8; 0.3 leaves room while staying clear of a wrong rounding at 1/2.
     double max_distance_limit = 0.3;
-    // Redo a product that fails the distance check on the next larger transform. Its buffer
-    // need is then included in multiply_buffer_bytes().
+    // Redo a product that fails the distance check once, with fresh dither digits, on the next
+    // larger transform (its buffer need is included in multiply_buffer_bytes()); stored-transform
+    // products redo on their own size with fresh digits for the partner.
     bool retry_one_size_up = true;
     // Operands are split straight into the transform's column pass (fft::SplitSource) when the
     // points buffer has at least this many bytes, i.e. would not stay in the last-level cache:
@@ -162,7 +163,8 @@ private:
     uint64_t buffer_bytes(uint64_t product_words, bool square) const;
     // One product on a fixed size; returns the max distance (C written in full).
     double run_product(const fft::TransformSize& size, uint64_t* C, const uint64_t* A, uint64_t AL,
-                       const uint64_t* B, uint64_t BL, void* scratch, const MultiplyContext& context) const;
+                       const uint64_t* B, uint64_t BL, void* scratch, const MultiplyContext& context,
+                       uint64_t seed) const;
     void product_with_retry(const char* function, uint64_t* C, const uint64_t* A, uint64_t AL,
                             const uint64_t* B, uint64_t BL, void* scratch, uint64_t scratch_bytes,
                             const MultiplyContext& context) const;
@@ -170,9 +172,23 @@ private:
     void forward_sized(const char* function, void* T, uint64_t T_bytes, const uint64_t* A, uint64_t AL,
                        const fft::TransformSize& size, void* scratch, uint64_t scratch_bytes,
                        const MultiplyContext& context) const;
+    // Rounds the inverse in `points` into C[0, CL) and returns the max distance (no check).
+    double release_stored(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const fft::Block* points,
+                          uint64_t coefficient_count, const MultiplyContext& context) const;
+    // C = (operand of the stored transform `other`, or X when `other` is null) * X, with X[0, XL)
+    // split with `seed` on the stored size; returns the max distance. X may live in C.
+    double stored_convolve(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const uint64_t* X,
+                           uint64_t XL, const fft::Block* other, uint64_t coefficient_count, uint64_t seed,
+                           void* scratch, const MultiplyContext& context) const;
+    // Writes the operand of a stored transform back into words W[0, operand_words): the inverse of
+    // the forward transform alone, rounded (its distance is tiny; a large one is a fault).
+    void recover_operand(const char* function, uint64_t* W, const void* T, void* scratch,
+                         const MultiplyContext& context) const;
+    // The end of every stored product: a failed distance redoes it once (`redo`, fresh digits),
+    // then the distance check and the bottom word.
+    template <class Redo>
     double finish_stored(const char* function, uint64_t* C, uint64_t CL, const fft::TransformSize& size,
-                       fft::Block* work, fft::Block* points, uint64_t coefficient_count, uint64_t bottom,
-                       const MultiplyContext& context) const;
+                         double distance, uint64_t bottom, Redo redo) const;
 
     Config config_;
     uint64_t max_product_words_;

@@ -4,6 +4,7 @@
 // product is checked against the basecase up to kBasecaseWords words and by residues modulo
 // 2^61 - 1 always. chain_sqr squares repeatedly, each time the top half of the last square.
 #include "qmp/multiply/fft/fftv4.h"
+#include "qmp/multiply/fft/split.h"
 
 #include "qmp/exception.h"
 #include "qmp/multiply/basecase.h"
@@ -117,7 +118,7 @@ FFTv4::TestResult FFTv4::Test_Multiply(TestType type, InputType input, uint64_t 
 
     auto fused = [&](const uint64_t* a, const uint64_t* b) {
         const double distance = run_product(size, C.data(), a, words, b == a ? nullptr : b, words,
-                                            scratch.data(), context);
+                                            scratch.data(), context, fft::kDitherSeed);
         if (!(distance <= config_.max_distance_limit)) return distance;
         fixup_bottom(C.data(), product_words, a[0] * b[0]);
         return distance;

@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "qmp/console.h"
 #include "qmp/exception.h"
 #include "qmp/multiply/fft/release.h"
 #include "qmp/multiply/fft/split.h"
@@ -36,6 +37,11 @@ uint64_t tasks(const TransformSize& size, Parallelizer* parallelizer, uint64_t t
 
 const Transform& transform_of(const TransformSize& size) { return get_transform(size.m, size.k, 6); }
 
+void log_redo(const char* function, double distance, const TransformSize& size) {
+    EventLog::append(std::string(function) + ": max distance " + std::to_string(distance) + " on " + describe(size) +
+                     "; redone with fresh digits.");
+}
+
 // Operands are split straight into the transform's column pass when the points would not stay
 // in the last-level cache (FFTv4's rule and threshold, 16 MiB of points).
 bool streams(const Transform& t) { return t.streams_input() && t.complex_points() * 16 >= (uint64_t(16) << 20); }
@@ -44,17 +50,17 @@ bool streams(const Transform& t) { return t.streams_input() && t.complex_points(
 // into `points` first or streamed from the words.
 void transform_operand(const Transform& t, const uint64_t* A, uint64_t AL, int bits, Block* points, Block* work,
                        const Block* other, void* tscratch, uint8_t* carries, Parallelizer* parallelizer,
-                       uint64_t ts) {
+                       uint64_t ts, uint64_t seed = kDitherSeed) {
     const uint64_t n = t.complex_points();
     if (streams(t)) {
-        const SplitSource source(A, AL, bits, DigitMode::Dithered, n, carries, parallelizer, ts);
+        const SplitSource source(A, AL, bits, DigitMode::Dithered, n, carries, parallelizer, ts, seed);
         if (other == nullptr)
             t.forward(source, work, tscratch, parallelizer, ts);
         else
             t.convolve(source, work, other, points, tscratch, parallelizer, ts);
         return;
     }
-    split_words(A, AL, bits, DigitMode::Dithered, points, n, parallelizer, ts);
+    split_words(A, AL, bits, DigitMode::Dithered, points, n, parallelizer, ts, seed);
     if (other == nullptr)
         t.forward(points, work, tscratch, parallelizer, ts);
     else
@@ -120,9 +126,19 @@ double NegacyclicProduct::multiply(uint64_t* C, const void* TA, const uint64_t* 
     void* tscratch = base + align_up(n * 16, 128) + align_up(t.work_bytes(), 128);
     auto* S = reinterpret_cast<uint64_t*>(static_cast<char*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128));
     auto* carries = reinterpret_cast<uint8_t*>(S) + align_up((words_ + 2) * 8, 128);
-    transform_operand(t, B, BL, size_.bits, points, work, static_cast<const Block*>(TA), tscratch, carries,
-                      parallelizer, ts);
-    return release(C, points, S, parallelizer, tds, kMultiply);
+    // A redo splits B with fresh digits against the same stored transform of A.
+    auto attempt = [&](uint64_t seed) {
+        transform_operand(t, B, BL, size_.bits, points, work, static_cast<const Block*>(TA), tscratch, carries,
+                          parallelizer, ts, seed);
+        return release(C, points, S, parallelizer, tds, kMultiply);
+    };
+    double distance = attempt(kDitherSeed);
+    if (!(distance <= kMaxDistance)) {
+        log_redo(kMultiply, distance, size_);
+        distance = attempt(fresh_dither_seed());
+    }
+    if (!(distance <= kMaxDistance)) throw AlgorithmFailedException(kMultiply, "Rounding error is too large.");
+    return distance;
 }
 
 double NegacyclicProduct::square(uint64_t* C, const void* TA, void* scratch, Parallelizer* parallelizer,
@@ -134,10 +150,29 @@ double NegacyclicProduct::square(uint64_t* C, const void* TA, void* scratch, Par
     auto* work = reinterpret_cast<Block*>(base + align_up(n * 16, 128));
     void* tscratch = base + align_up(n * 16, 128) + align_up(t.work_bytes(), 128);
     auto* S = reinterpret_cast<uint64_t*>(static_cast<char*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128));
+    static const char* kSquare = "NegacyclicProduct::square()";
     copy_words(reinterpret_cast<uint64_t*>(work), static_cast<const uint64_t*>(TA), t.work_bytes() / 8);
     t.pointwise_square(work, parallelizer, ts);
     t.inverse(work, points, tscratch, parallelizer, ts);
-    return release(C, points, S, parallelizer, tds, "NegacyclicProduct::square()");
+    double distance = release(C, points, S, parallelizer, tds, kSquare);
+    if (!(distance <= kMaxDistance)) {
+        // A redo takes A's words back from its transform (the inverse of the forward transform
+        // alone) into S and squares them split with fresh digits.
+        log_redo(kSquare, distance, size_);
+        copy_words(reinterpret_cast<uint64_t*>(work), static_cast<const uint64_t*>(TA), t.work_bytes() / 8);
+        t.inverse(work, points, tscratch, parallelizer, ts);
+        const ReleaseStatus operand = release_points(points, n, size_.bits, 2 * n, S, words_, parallelizer, ts);
+        if (!(operand.max_distance <= kMaxDistance) || operand.overrun)
+            throw AlgorithmFailedException(kSquare, "Stored transform does not hold its operand.");
+        auto* carries = reinterpret_cast<uint8_t*>(S) + align_up((words_ + 2) * 8, 128);
+        transform_operand(t, S, normalized_length(S, words_), size_.bits, points, work, nullptr, tscratch, carries,
+                          parallelizer, ts, fresh_dither_seed());
+        t.pointwise_square(work, parallelizer, ts);
+        t.inverse(work, points, tscratch, parallelizer, ts);
+        distance = release(C, points, S, parallelizer, tds, kSquare);
+    }
+    if (!(distance <= kMaxDistance)) throw AlgorithmFailedException(kSquare, "Rounding error is too large.");
+    return distance;
 }
 
 double NegacyclicProduct::release(uint64_t* C, const void* points_in, uint64_t* S, Parallelizer* parallelizer,
@@ -145,7 +180,7 @@ double NegacyclicProduct::release(uint64_t* C, const void* points_in, uint64_t* 
     const uint64_t n = size_.complex_points(), ts = tasks(size_, parallelizer, tds), N = words_;
     const auto* points = static_cast<const Block*>(points_in);
     const ReleaseStatus status = release_points(points, n, size_.bits, 2 * n, S, N + 2, parallelizer, ts);
-    if (!(status.max_distance <= kMaxDistance)) throw AlgorithmFailedException(function, "Rounding error is too large.");
+    if (!(status.max_distance <= kMaxDistance)) return status.max_distance;  // the caller redoes or fails
     const bool negative = (S[N + 1] >> 63) != 0;
     if (status.overrun && !negative) throw AlgorithmFailedException(function, "Product has overrun its range.");
 

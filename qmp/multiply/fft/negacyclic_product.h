@@ -6,9 +6,11 @@
 // Newton steps use it where the wrapped words are known in advance, and to multiply a short
 // partner by the same stored transform. Operands have at most N - 1 words. Digits are dithered
 // at one bit per point below the table's (a wrapped coefficient can sum twice as many terms).
-// Checks: the rounding distance of every coefficient (AlgorithmFailedException "Rounding error
-// is too large." above 0.3) and the range of the released sum ("Product has overrun its
-// range."), both naming NegacyclicProduct::multiply() (or ::square()).
+// Checks: the rounding distance of every coefficient (above 0.3 the product is redone once with
+// fresh dither digits for the partner, or for A taken back from its transform in a square, and
+// logged; a second failure is AlgorithmFailedException "Rounding error is too large.") and the
+// range of the released sum ("Product has overrun its range."), both naming
+// NegacyclicProduct::multiply() (or ::square()).
 #pragma once
 
 #include <cstdint>

@@ -24,6 +24,8 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <random>
 #include <utility>
 
 namespace qmp::fft {
@@ -355,6 +357,22 @@ constexpr std::array<std::array<SourceOps, kMaxBits>, 3> kSourceOps = {
 constexpr uint64_t kMinChunkGroups = 128;
 
 }  // namespace
+
+uint64_t fresh_dither_seed() {
+    static const uint64_t base = [] {
+        std::random_device device;
+        return (uint64_t(device()) << 32) ^ device();
+    }();
+    static std::atomic<uint64_t> counter{0};
+    // splitmix64 of base + counter: distinct inputs give distinct, well-mixed outputs.
+    uint64_t z = base + (counter.fetch_add(1) + 1) * 0x9e3779b97f4a7c15ull;
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    z ^= z >> 31;
+    // The digit kernels use the low 32 bits: keep them away from the default seed's.
+    if (uint32_t(z) == uint32_t(kDitherSeed)) z ^= 1;
+    return z;
+}
 
 void split_words(const uint64_t* A, uint64_t AL, int bits, DigitMode mode, Block* points,
                  uint64_t n_complex, Parallelizer* parallelizer, uint64_t tds, uint64_t seed) {

@@ -22,6 +22,12 @@ namespace qmp::fft {
 // reuse is the same whoever the partner is (squaring is the measured worst case anyway).
 constexpr uint64_t kDitherSeed = 0x5851f42d4c957f2dull;
 
+// A dither seed for redoing a product whose rounding check failed: a random base drawn once per
+// process, stepped by a counter and mixed, so it differs from the default seed and from every
+// earlier retry, and no operand can be prepared in advance to defeat it (an operand whose digits
+// sit on the default seed's thresholds is ordinary data under any other seed).
+uint64_t fresh_dither_seed();
+
 // Digits of an AL-word operand at `bits` per digit, not counting the carry digit.
 inline uint64_t split_digit_count(uint64_t n_words, int bits) {
     return (n_words * 64 + bits - 1) / bits;

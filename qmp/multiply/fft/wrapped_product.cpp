@@ -8,7 +8,9 @@
 #include "qmp/multiply/fft/wrapped_product.h"
 
 #include <algorithm>
+#include <string>
 
+#include "qmp/console.h"
 #include "qmp/exception.h"
 #include "qmp/multiply/fft/release.h"
 #include "qmp/multiply/fft/split.h"
@@ -86,11 +88,20 @@ double WrappedProduct::multiply(uint64_t* C, const uint64_t* A, uint64_t AL, con
     void* tscratch = base + points_bytes_ + work_bytes_;
     auto* S = reinterpret_cast<uint64_t*>(base + points_bytes_ + work_bytes_ + align128(transform_->scratch_bytes(64)));
     const uint64_t t = task_count(tds);
-    split_words(A, AL, size_.bits, mode_, points, size_.complex_points(), p, t);
-    transform_->convolve(points, work, static_cast<const Block*>(T), points, tscratch, p, t);
     const uint64_t SL = release_words_;
-    const ReleaseStatus status = release_points(points, size_.complex_points(), size_.bits, size_.real_points(), S,
-                                                SL, p, t);
+    auto attempt = [&](uint64_t seed) {
+        split_words(A, AL, size_.bits, mode_, points, size_.complex_points(), p, t, seed);
+        transform_->convolve(points, work, static_cast<const Block*>(T), points, tscratch, p, t);
+        return release_points(points, size_.complex_points(), size_.bits, size_.real_points(), S, SL, p, t);
+    };
+    ReleaseStatus status = attempt(kDitherSeed);
+    if (!(status.max_distance <= kMaxDistance) && mode_ == DigitMode::Dithered) {
+        // Redone once with A split with fresh digits: an A that defeats the default digits does
+        // not defeat these.
+        EventLog::append(std::string(function) + ": max distance " + std::to_string(status.max_distance) + " on " +
+                         describe(size_) + "; redone with fresh digits.");
+        status = attempt(fresh_dither_seed());
+    }
     if (!(status.max_distance <= kMaxDistance))
         throw AlgorithmFailedException(function, "Rounding error is too large.");
     // A negative S leaves its two's complement and a carry of -1 out of the top (reported as an

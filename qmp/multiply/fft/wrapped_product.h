@@ -6,8 +6,9 @@
 // its window's start sees at most a borrow of one unit at the window's bottom. The transform
 // needs points for A alone, not for A + B: a middle product at two thirds of the full size.
 // Bits per point: the limit table's less one, since A fills all points (norm up by sqrt 2).
-// Checks: the distance of every coefficient to its integer (AlgorithmFailedException
-// "Rounding error is too large." naming WrappedProduct::multiply()).
+// Checks: the distance of every coefficient to its integer; a failure is redone once with A
+// split with fresh dither digits (logged), a second one is AlgorithmFailedException "Rounding
+// error is too large." naming WrappedProduct::multiply().
 #pragma once
 
 #include <cstdint>

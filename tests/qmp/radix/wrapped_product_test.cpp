@@ -8,6 +8,8 @@
 
 #include <random>
 
+#include "qmp/console.h"
+#include "tests/qmp/multiply/fft/fft_test_support.h"
 #include "tests/qmp/radix/radix_test_support.h"
 
 namespace qmp::test {
@@ -24,7 +26,8 @@ Mag bit_range(const Mag& a, uint64_t from, uint64_t to) {
 TEST(WrappedProduct, KeptWordsMatchTheReducedSchoolbookProduct) {
     QMP_SEED_TRACE();
     std::mt19937_64 rng(test_seed());
-    for (auto [a_words, b_words] : {std::pair<uint64_t, uint64_t>{20, 9}, {200, 99}, {1000, 480}, {3000, 1000}}) {
+    const size_t events = EventLog::entries().size();
+    for (auto [a_words, b_words] : {std::pair<uint64_t, uint64_t>{20, 9}, {200, 99}, {1000, 480}, {3000, 2990}}) {
         const fft::WrappedProduct product(a_words, b_words, a_words + 1);
         const uint64_t N = uint64_t(product.size().bits) * product.size().real_points();
         ASSERT_GE(N, 64 * (a_words + 2));
@@ -32,6 +35,12 @@ TEST(WrappedProduct, KeptWordsMatchTheReducedSchoolbookProduct) {
         for (int round = 0; round < 4; ++round) {
             std::vector<uint64_t> A = random_operand<uint64_t>(rng, a_words - round % 3);
             std::vector<uint64_t> B = random_operand<uint64_t>(rng, b_words);
+            if (round == 2 && a_words == 3000) {
+                // Both operands aligned to the default dither: the first attempt fails and the
+                // redo with fresh digits for A is exact.
+                A = fft::test::dither_aligned_words(A.size(), product.size().bits);
+                B = fft::test::dither_aligned_words(B.size(), product.size().bits);
+            }
             if (round == 3) {
                 // Only top words: V = a b 2^(64 (AL + BL - 2)) lies above N, so L = 0 < H.
                 std::fill(A.begin(), A.end() - 1, 0);
@@ -58,6 +67,7 @@ TEST(WrappedProduct, KeptWordsMatchTheReducedSchoolbookProduct) {
             EXPECT_EQ(to_mag(C.data(), a_words + 1), expected) << "a=" << a_words << " round " << round;
         }
     }
+    EXPECT_EQ(EventLog::entries().size(), events + 1);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "qmp/multiply/fft/split.h"
 #include "qmp/multiply/fft/transform.h"
 #include "qmp/parallel/parallelizer.h"
 #include "tests/test_support.h"
@@ -18,6 +19,20 @@ namespace qmp::fft::test {
 using qmp::test::seed_note;
 using qmp::test::test_seed;
 
+
+// Words whose b-bit digit fields equal the default dither thresholds (the top partial field
+// keeps the bits that fit): under the default digits every digit is a large value of one sign,
+// the input that defeats a product's first attempt.
+inline std::vector<uint64_t> dither_aligned_words(uint64_t words, int bits) {
+    std::vector<uint64_t> a(words, 0);
+    for (uint64_t t = 0; t * bits < words * 64; ++t) {
+        const uint64_t field = dither_threshold(kDitherSeed, t, bits), bit = t * bits;
+        a[bit / 64] |= field << (bit % 64);
+        if (bit % 64 + bits > 64 && bit / 64 + 1 < words) a[bit / 64 + 1] |= field >> (64 - bit % 64);
+    }
+    if (a[words - 1] == 0) a[words - 1] = 1;
+    return a;
+}
 
 using Digits = std::vector<int64_t>;
 
