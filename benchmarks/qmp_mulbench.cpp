@@ -9,6 +9,9 @@
 //     THREADS: above 1, products get a "pushpool" framework of that many workers and a task
 //              decomposition of THREADS (algorithms that split their work use it; BKT does not).
 //   qmp_mulbench --bkt WORDS [THREADS] [SEED]   the same with a table of "BKT" alone.
+//   qmp_mulbench --short M WORDS [THREADS]      an unbalanced WORDS x M product through the
+//                                               multiplication entry point: "words=N short=M
+//                                               mul_s=T product_mod_M61=R" (as gmp_mul's SHORT).
 //   qmp_mulbench --tune   measures the basecase/Karatsuba/Toom-3 cross-overs on this machine.
 #include <algorithm>
 #include <chrono>
@@ -185,6 +188,32 @@ int bench(uint64_t n, uint64_t threads, bool seeded, uint64_t seed, bool bkt_onl
     return 0;
 }
 
+int bench_short(uint64_t n, uint64_t m, uint64_t threads) {
+    std::unique_ptr<qmp::ParallelFramework> framework;
+    if (threads > 1) {
+        qmp::ConfigObject settings = qmp::find_parallel_framework("pushpool").default_config();
+        settings.get("WorkerThreads", "qmp_mulbench") = qmp::ConfigObject::make_integer(int64_t(threads));
+        framework = qmp::make_parallel_framework(settings);
+    }
+    SplitMix64 rng{0x0123456789ABCDEFull};
+    std::vector<uint64_t> a(n), b(m), c(n + m);
+    for (auto& w : a) w = rng.next();
+    for (auto& w : b) w = rng.next();
+    a[n - 1] |= 1ull << 63;
+    b[m - 1] |= 1ull << 63;
+    qmp::AlgorithmRegistry registry;
+    qmp::register_builtin_algorithms(registry);
+    const qmp::AlgorithmTableB table = qmp::make_default_table(registry);
+    const uint64_t bytes = qmp::AlignedBufferC::round_up(qmp::multiply_scratch_bytes(table, n, m));
+    AlignedWords scratch(bytes / 8);
+    const double mul_s = time_best([&] {
+        qmp::multiply(table, c.data(), a.data(), n, b.data(), m, scratch.data, bytes, framework.get(), threads);
+    });
+    std::printf("words=%llu short=%llu mul_s=%.6g product_mod_M61=%llu\n", (unsigned long long)n,
+                (unsigned long long)m, mul_s, (unsigned long long)qmp::mod_m61(c.data(), n + m));
+    return 0;
+}
+
 bool parse_u64(const char* text, uint64_t& value) {
     char* end = nullptr;
     value = std::strtoull(text, &end, 10);
@@ -196,6 +225,15 @@ bool parse_u64(const char* text, uint64_t& value) {
 int main(int argc, char** argv) {
     try {
         if (argc == 2 && std::strcmp(argv[1], "--tune") == 0) return tune();
+        if (argc >= 4 && std::strcmp(argv[1], "--short") == 0) {
+            uint64_t m = 0, n = 0, threads = 1;
+            if (!parse_u64(argv[2], m) || !parse_u64(argv[3], n) || m == 0 || n < m ||
+                (argc > 4 && (!parse_u64(argv[4], threads) || threads == 0))) {
+                std::fprintf(stderr, "usage: qmp_mulbench --short M WORDS [THREADS]\n");
+                return 2;
+            }
+            return bench_short(n, m, threads);
+        }
         const bool bkt_only = argc > 1 && std::strcmp(argv[1], "--bkt") == 0;
         if (bkt_only) {
             --argc;

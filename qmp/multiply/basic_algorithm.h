@@ -44,6 +44,17 @@ public:
     virtual uint64_t square_buffer_bytes(uint64_t product_words) const { return multiply_buffer_bytes(product_words); }
     // Bytes of a forward transform kept for reuse (0 for algorithms without transforms).
     virtual uint64_t transform_buffer_bytes(uint64_t product_words) const { (void)product_words; return 0; }
+    // ---- Stored forward transforms, for algorithms whose transform_buffer_bytes() is not 0.
+    // T (transform_buffer_bytes(max_product_words) bytes) receives A's forward transform sized for
+    // products of up to max_product_words words; multiply_transformed() then forms C[0, AL + BL) =
+    // A * B for any B that fits, leaving T intact. Scratch of both: stored_multiply_buffer_bytes().
+    // The defaults refuse (InvalidParametersException "Stored transforms are not supported.").
+    virtual uint64_t stored_multiply_buffer_bytes(uint64_t max_product_words) const;
+    virtual void forward_operand(void* T, uint64_t T_bytes, const uint64_t* A, uint64_t AL,
+                                 uint64_t max_product_words, void* scratch, uint64_t scratch_bytes,
+                                 const MultiplyContext& context) const;
+    virtual double multiply_transformed(uint64_t* C, const void* TA, const uint64_t* B, uint64_t BL,
+                                        void* scratch, uint64_t scratch_bytes, const MultiplyContext& context) const;
 
     // C[0, AL + BL) = A * B. C must not overlap A or B. AL >= 1, BL >= 1.
     virtual void multiply(uint64_t* C, const uint64_t* A, uint64_t AL, const uint64_t* B,

@@ -89,19 +89,19 @@ public:
     // Scratch: stored_multiply_buffer_bytes(max_product_words).
     void forward_operand(void* T, uint64_t T_bytes, const uint64_t* A, uint64_t AL,
                          uint64_t max_product_words, void* scratch, uint64_t scratch_bytes,
-                         const MultiplyContext& context) const;
+                         const MultiplyContext& context) const override;
     // C[0, AL + BL) = A * B with A given by its stored transform. The stored transform is left
     // intact. A transform of another size, mode or algorithm, or one too small for AL + BL,
     // throws InvalidParametersException "Stored transform is incompatible with this product.".
     // Each returns the product's max distance to the integers (diagnostics).
     double multiply_transformed(uint64_t* C, const void* TA, const uint64_t* B, uint64_t BL,
-                                void* scratch, uint64_t scratch_bytes, const MultiplyContext& context) const;
+                                void* scratch, uint64_t scratch_bytes, const MultiplyContext& context) const override;
     // C = A * B with both stored (same size), and C = A^2 from one stored transform.
     double multiply_transformed(uint64_t* C, const void* TA, const void* TB, void* scratch,
                                 uint64_t scratch_bytes, const MultiplyContext& context) const;
     double square_transformed(uint64_t* C, const void* TA, void* scratch, uint64_t scratch_bytes,
                               const MultiplyContext& context) const;
-    uint64_t stored_multiply_buffer_bytes(uint64_t max_product_words) const;
+    uint64_t stored_multiply_buffer_bytes(uint64_t max_product_words) const override;
 
     // ---- Checks.
     // After the carries of a product are released: `expected` is the true bottom word (a0 b0

@@ -7,6 +7,7 @@
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/builtin_algorithms.h"
 #include "qmp/multiply/tuning_profile.h"
+#include "qmp/parallel/parallel_framework.h"
 #include "qmp/parallel/parallelizer.h"
 #include "tests/qmp/multiply/multiply_test_support.h"
 
@@ -49,6 +50,52 @@ TEST_F(MultiplyEntry, ShapesThroughOneAndTwoEntryTables) {
                 check_product(*table, rng, bl, al, pattern);  // either order
                 if (HasFatalFailure()) return;
             }
+        }
+    }
+}
+
+// A x B modulo a prime below 2^63, for products too long for the schoolbook oracle.
+uint64_t mod_prime(const std::vector<uint64_t>& a, uint64_t p) {
+    unsigned __int128 r = 0;
+    for (uint64_t i = a.size(); i-- > 0;) r = ((r << 64) | a[i]) % p;
+    return uint64_t(r);
+}
+
+// Long operands against short ones through the default table: the short sides around the
+// switch to pieces that reuse one stored transform of B (27/28 words, 144/145 words where the
+// table entry for 2 BL changes), long sides around the ratio that selects them, and the pieces
+// on one task and on two (even pieces written, odd pieces added, carries after).
+TEST_F(MultiplyEntry, UnbalancedShapesOfTheDefaultTable) {
+    SCOPED_TRACE(seed_note());
+    Rng rng(test_seed() + 9);
+    const AlgorithmTableB table = make_default_table(registry);
+    const auto framework = make_parallel_framework(find_parallel_framework("pushpool").default_config());
+    struct Shape {
+        uint64_t al, bl;
+    };
+    const std::vector<Shape> shapes = {{5000, 1},   {9000, 2},    {20001, 3},   {279, 28},    {280, 28},
+                                       {30000, 27}, {30000, 28},  {40000, 144}, {40000, 145}, {100003, 1000},
+                                       {9999, 1000}, {1200000, 145}, {1500007, 100000}};
+    for (const Shape& shape : shapes) {
+        for (Pattern pattern : {Pattern::Random, Pattern::Runs, Pattern::AllOnes}) {
+            SCOPED_TRACE("AL=" + std::to_string(shape.al) + " BL=" + std::to_string(shape.bl) + " pattern=" +
+                         std::to_string(int(pattern)));
+            const auto A = make_operand(rng, shape.al, pattern), B = make_operand(rng, shape.bl, pattern);
+            const uint64_t bytes = multiply_scratch_bytes(table, shape.al, shape.bl);
+            std::vector<uint64_t> S(bytes / 8 + 1);
+            std::vector<uint64_t> C1(shape.al + shape.bl), C2(shape.al + shape.bl, 0x5555555555555555ull);
+            multiply(table, C1.data(), A.data(), shape.al, B.data(), shape.bl, S.data(), bytes, nullptr, 1);
+            multiply(table, C2.data(), A.data(), shape.al, B.data(), shape.bl, S.data(), bytes, framework.get(), 2);
+            ASSERT_EQ(C1, C2);
+            if (shape.al * shape.bl <= 50000000) {
+                ASSERT_EQ(C1, oracle_mul(A, B));
+            } else {
+                for (uint64_t p : {0x1fffffffffffffffull, 0x3fffffffffffffe5ull, 0xfffffffbull}) {
+                    const uint64_t ab = uint64_t((unsigned __int128)mod_prime(A, p) * mod_prime(B, p) % p);
+                    ASSERT_EQ(mod_prime(C1, p), ab) << "p=" << p;
+                }
+            }
+            if (shape.al >= 1000000) break;  // one pattern is enough for the long ones
         }
     }
 }
