@@ -7,8 +7,9 @@
 // The points buffer takes each operand's split in turn (unless the operands are streamed into
 // the column pass, see FFTv4Config::stream_min_points_bytes) and finally the inverse transform,
 // so a product holds 3 operand-sized arrays and a square 2. B's forward transform, the pointwise
-// product and the inverse run as one pass (Transform::convolve()). With the retry enabled the
-// need is the larger of this size and the next one up, so that a redo always has room.
+// product and the inverse run as one pass (Transform::convolve()). A redo after a failed
+// rounding check splits with fresh dither digits on the same size (on the next size up only
+// when the caller's buffer happens to hold it), so the need is that of one size.
 // Huge pages are not requested here: madvise(MADV_HUGEPAGE) on a scratch that is already
 // populated made 4M-word products 2-3x slower on the measuring machine (THP defrag "madvise"),
 // so the owner of the working buffer advises it once, before first touch
@@ -148,12 +149,8 @@ uint64_t FFTv4::buffer_bytes(uint64_t product_words, bool square) const {
     if (size.bits == 0)
         throw LimitExceededException(square ? "FFTv4::square_buffer_bytes()" : "FFTv4::multiply_buffer_bytes()",
                                      "Product of " + std::to_string(product_words) + " words is beyond this transform.");
-    uint64_t bytes = layout(size, square).total_bytes;
-    if (config_.retry_one_size_up) {
-        const fft::TransformSize up = plan(product_words, true);
-        if (up.bits != 0) bytes = std::max(bytes, layout(up, square).total_bytes);
-    }
-    return bytes;
+    // A redo runs on the same size with fresh digits, so no room is kept for the size up.
+    return layout(size, square).total_bytes;
 }
 
 uint64_t FFTv4::multiply_buffer_bytes(uint64_t product_words) const { return buffer_bytes(product_words, false); }

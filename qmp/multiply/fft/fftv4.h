@@ -3,8 +3,9 @@
 // m * 2^k real points (transform.h), multiplied pointwise, transformed back, rounded and their
 // carries released (release.h). The size is the smallest whose measured bits per point carry
 // the product (plan.h, limit_table.h). Checks on every product: the max distance of any
-// coefficient to its integer (a precision failure redoes the product one size up, logged), the
-// range of every coefficient and word (store()), and the bottom word (fixup_bottom()).
+// coefficient to its integer (a precision failure redoes the product once with fresh digits,
+// logged), the range of every coefficient and word (store()), and the bottom word
+// (fixup_bottom()).
 // Scratch: multiply_buffer_bytes(AL + BL) from the caller, any alignment; nothing allocates.
 #pragma once
 
@@ -27,9 +28,9 @@ struct FFTv4Config {
     // A product whose max distance exceeds this is redone (or fails). The tables keep it
     // at or below 1/8; 0.3 leaves room while staying clear of a wrong rounding at 1/2.
     double max_distance_limit = 0.3;
-    // Redo a product that fails the distance check once, with fresh dither digits, on the next
-    // larger transform (its buffer need is included in multiply_buffer_bytes()); stored-transform
-    // products redo on their own size with fresh digits for the partner.
+    // Redo a product that fails the distance check once, with fresh dither digits (on the next
+    // larger transform when the caller's buffer holds it, which multiply_buffer_bytes() does not
+    // reserve); stored-transform products redo with fresh digits for the partner.
     bool retry_one_size_up = true;
     // Operands are split straight into the transform's column pass (fft::SplitSource) when the
     // points buffer has at least this many bytes, i.e. would not stay in the last-level cache:
@@ -123,7 +124,7 @@ public:
                             std::vector<fft::PlanCandidate>* declined = nullptr) const;
     const Config& config() const noexcept { return config_; }
     uint64_t max_product_words() const noexcept { return max_product_words_; }
-    // Number of products redone one size up by any instance since start-up.
+    // Number of products redone by any instance since start-up.
     static uint64_t retry_count();
 
     // A test hook that perturbs the inverse transform of every product before it is rounded

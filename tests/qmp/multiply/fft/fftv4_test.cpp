@@ -220,7 +220,7 @@ TEST(FFTv4, ChecksFireOnInjectedFaults) {
         }
     }
     {
-        // A half-way coefficient once: the product is redone one size up, logged, and exact.
+        // A half-way coefficient once: the product is redone with fresh digits, logged, and exact.
         const uint64_t retries = FFTv4::retry_count();
         InjectorGuard guard(add_offset_once, 0.45);
         EXPECT_EQ(product(A, B), expected);
