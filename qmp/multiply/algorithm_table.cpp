@@ -48,19 +48,19 @@ uint64_t AlgorithmTableB::max_multiply_buffer_sizes(uint64_t product_words,
                                                     bool include_smaller) const {
     return buffer_query(product_words, include_smaller,
                         "AlgorithmTableB::max_multiply_buffer_sizes()",
-                        [&](const BasicAlgorithm& a) { return a.multiply_buffer_bytes(product_words); });
+                        [](const BasicAlgorithm& a, uint64_t words) { return a.multiply_buffer_bytes(words); });
 }
 
 uint64_t AlgorithmTableB::max_square_buffer_sizes(uint64_t product_words, bool include_smaller) const {
     return buffer_query(product_words, include_smaller, "AlgorithmTableB::max_square_buffer_sizes()",
-                        [&](const BasicAlgorithm& a) { return a.square_buffer_bytes(product_words); });
+                        [](const BasicAlgorithm& a, uint64_t words) { return a.square_buffer_bytes(words); });
 }
 
 uint64_t AlgorithmTableB::max_transform_buffer_sizes(uint64_t product_words,
                                                      bool include_smaller) const {
     return buffer_query(product_words, include_smaller,
                         "AlgorithmTableB::max_transform_buffer_sizes()",
-                        [&](const BasicAlgorithm& a) { return a.transform_buffer_bytes(product_words); });
+                        [](const BasicAlgorithm& a, uint64_t words) { return a.transform_buffer_bytes(words); });
 }
 
 AlgorithmTableF::AlgorithmTableF(const AlgorithmRegistry& registry,
@@ -71,14 +71,14 @@ uint64_t AlgorithmTableF::max_multiply_buffer_sizes(uint64_t product_words,
                                                     bool include_smaller) const {
     return buffer_query(product_words, include_smaller,
                         "AlgorithmTableF::max_multiply_buffer_sizes()",
-                        [&](const BasicAlgorithm& a) { return a.multiply_buffer_bytes(product_words); });
+                        [](const BasicAlgorithm& a, uint64_t words) { return a.multiply_buffer_bytes(words); });
 }
 
 uint64_t AlgorithmTableF::max_transform_buffer_sizes(uint64_t product_words,
                                                      bool include_smaller) const {
     return buffer_query(product_words, include_smaller,
                         "AlgorithmTableF::max_transform_buffer_sizes()",
-                        [&](const BasicAlgorithm& a) { return a.transform_buffer_bytes(product_words); });
+                        [](const BasicAlgorithm& a, uint64_t words) { return a.transform_buffer_bytes(words); });
 }
 
 }  // namespace qmp

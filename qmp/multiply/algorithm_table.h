@@ -8,6 +8,7 @@
 // (LimitExceededException naming the query), short buffers in check_mul() (BufferTooSmall).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -64,10 +65,11 @@ protected:
     uint64_t buffer_query(uint64_t product_words, bool include_smaller, const char* function,
                           Need need) const {
         size_t index = index_for(product_words, function);
-        if (!include_smaller) return need(*entries_[index].second);
+        if (!include_smaller) return need(*entries_[index].second, product_words);
         uint64_t bytes = 0;
+        // A smaller entry only ever serves products up to its own threshold.
         for (size_t i = 0; i <= index; ++i) {
-            uint64_t b = need(*entries_[i].second);
+            uint64_t b = need(*entries_[i].second, std::min(product_words, entries_[i].first));
             if (b > bytes) bytes = b;
         }
         return bytes;

@@ -7,6 +7,7 @@
 #include "qmp/console.h"
 #include "qmp/exception.h"
 #include "qmp/multiply/fft/fftv4.h"
+#include "qmp/multiply/fft/split_modulus_fft.h"
 #include "qmp/multiply/multiply.h"
 #include "qmp/radix/srt_tree.h"
 #include "qmp/words/word_array.h"
@@ -73,7 +74,9 @@ DirectConvertB::DirectConvertB(const AlgorithmTableB& table, uint64_t max_output
         // A node of this level has at most 2m words plus the guards.
         const uint64_t remainder_words = 2 * m + kGuardWords;
         L.max_product_words = remainder_words + L.power_words;
-        if (dynamic_cast<const FFTv4*>(&table.get_algorithm(L.max_product_words)) != nullptr) {
+        // In the transforms' range (either family) the level keeps its power as a ready transform.
+        const BasicAlgorithm& algorithm = table.get_algorithm(L.max_product_words);
+        if (dynamic_cast<const FFTv4*>(&algorithm) != nullptr || dynamic_cast<const SplitModulusFFT*>(&algorithm) != nullptr) {
             // The window, then the bottom word of the integer part for the fix-up.
             products_.push_back(std::make_shared<const fft::WrappedProduct>(remainder_words, L.power_words,
                                                                             remainder_words + 1));

@@ -5,12 +5,14 @@
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/bkt_algorithm.h"
 #include "qmp/multiply/fft/fftv4.h"
+#include "qmp/multiply/fft/split_modulus_fft.h"
 
 namespace qmp {
 
 void register_builtin_algorithms(AlgorithmRegistry& registry) {
     register_bkt(registry);
     register_fftv4(registry);
+    register_split_modulus_fft(registry);
 }
 
 }  // namespace qmp

@@ -90,6 +90,15 @@ NegacyclicProduct::NegacyclicProduct(uint64_t min_words) {
     words_ = size_.real_points() * uint64_t(size_.bits) / 64;
 }
 
+NegacyclicProduct::NegacyclicProduct(const TransformSize& size) : size_(size) {
+    const bool valid = size.k >= minimum_k(size.m) && ceil_log2_points(size.m, size.k) <= kLimitMaxLog2Points &&
+                       size.bits >= 2 && size.bits <= bits_per_point(size.m, size.k, DigitMode::Dithered) - 1 &&
+                       size.real_points() * uint64_t(size.bits) % 64 == 0;
+    if (!valid)
+        throw InvalidParametersException("NegacyclicProduct::NegacyclicProduct()", "Invalid negacyclic transform size.");
+    words_ = size_.real_points() * uint64_t(size_.bits) / 64;
+}
+
 uint64_t NegacyclicProduct::stored_bytes() const { return align_up(transform_of(size_).work_bytes(), 128); }
 
 // [ align | points | work | transform scratch | N + 2 released words | split carries ]

@@ -28,6 +28,9 @@ public:
     // The smallest transform whose modulus has at least `min_words` words. Throws
     // LimitExceededException when no transform of the limit table is that large.
     explicit NegacyclicProduct(uint64_t min_words);
+    // A given transform: `size.bits` at most the table's bits less one, and m 2^k b a multiple of
+    // 64 (else InvalidParametersException "Invalid negacyclic transform size.").
+    explicit NegacyclicProduct(const TransformSize& size);
 
     uint64_t modulus_words() const noexcept { return words_; }
     const TransformSize& size() const noexcept { return size_; }
