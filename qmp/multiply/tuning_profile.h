@@ -21,8 +21,8 @@ struct TuningProfile {
 const TuningProfile& heuristic_profile();
 
 // The named entries of the heuristic table: "BKT" up to its cross-over with "FFTv4" and, when
-// the registry has "FFTv4", "FFTv4" above it up to fft_max_product_words; otherwise "BKT" up
-// to its own default largest product.
+// the registry has "FFTv4", "FFTv4" above it up to fft_max_product_words and "SFTv4" (when
+// registered) for the largest products; otherwise "BKT" up to its own default largest product.
 std::vector<NamedAlgorithmEntry> default_table_entries(const AlgorithmRegistry& registry);
 AlgorithmTableB make_default_table(const AlgorithmRegistry& registry);
 
