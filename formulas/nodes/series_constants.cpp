@@ -9,10 +9,10 @@
 //   SeriesLog2Zuniga2024ii     S = log 2         10.77 digits per term (a series of the 18k family)
 // Three sums are composite values, used in place of series that were not available:
 //   SeriesLog2Zuniga2024i        S = log 2 = 18 acoth(26) - 2 acoth(4801) + 8 acoth(8749)
-//   SeriesLemniscateZuniga2023x  S = 2 varpi / 1043320250^(1/4), 2 varpi = 8 arcsl(1/2) + 4 arcsl(7/23)
+//   SeriesLemniscateZuniga2023x  S = 2 varpi / 1043320250^(1/4), 2 varpi = 4 sqrt(2) M / D by one
+//                                Gauss-Legendre AGM (lemniscate_agm.h; no separate pi)
 //   SeriesLemniscateGuillera     S = -2 varpi / 4050000^(1/8),   2 varpi = 2 pi / AGM(1, sqrt 2)
-// where arcsl(x) = sum_{n>=0} (1/2)_n / n! x^(4n+1) / (4n+1) is the lemniscate arcsine. The
-// values of S are those the catalog's coefficients expect (1610 S 6440^(-1/4) = 2 varpi, ...).
+// The values of S are those the catalog's coefficients expect (1610 S 6440^(-1/4) = 2 varpi, ...).
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "formulas/catalog/formula_text.h"
+#include "formulas/nodes/lemniscate_agm.h"
 #include "formulas/nodes/node_factories.h"
 #include "formulas/nodes/series_node.h"
 #include "formulas/nodes/series_value.h"
@@ -93,21 +94,6 @@ std::unique_ptr<FormulaEvaluator> make_fixed(const FormulaNode& node, const char
     return make_series_evaluator(class_name, std::move(series), c);
 }
 
-// arcsl(p/q) = (p + p S) / q with the direct-form leaf P = R (lin = 1):
-// R(k) = p^4 (2k-1)(4k-3), Q(k) = 2 q^4 k (4k+1).
-ConfigObject lemniscate_arcsine(int64_t p, int64_t q) {
-    const int64_t p4 = p * p * p * p, q4 = q * q * q * q;
-    const Polynomial R = {3 * p4, -10 * p4, 8 * p4};
-    return node("SeriesHypergeometric", params({{"Power", integer(1)},
-                                                {"CoefficientP", integer(p)},
-                                                {"CoefficientQ", integer(p)},
-                                                {"CoefficientD", integer(q)},
-                                                {"PolynomialP", integers(R)},
-                                                {"PolynomialQ", integers({0, 2 * q4, 8 * q4})},
-                                                {"PolynomialR", integers(R)},
-                                                {"TermsGrouped", integer(1)}}));
-}
-
 ConfigObject arccoth(int64_t coefficient, int64_t x) {
     return node("ArcCoth", params({{"Coefficient", integer(coefficient)}, {"x", integer(x)}}));
 }
@@ -150,9 +136,10 @@ std::unique_ptr<FormulaEvaluator> make_series_log2_zuniga2024i_node(const Formul
 
 std::unique_ptr<FormulaEvaluator> make_series_lemniscate_zuniga2023x_node(const FormulaNode& node,
                                                                          FormulaBuilder& builder) {
-    const ConfigObject two_varpi = linear_combination({{8, lemniscate_arcsine(1, 2)}, {4, lemniscate_arcsine(7, 23)}});
-    const ConfigObject sum = tree_node("Multiply", array({two_varpi, tree_node("InvNthRoot", integers({4, 1043320250}))}));
-    return make_composite(node, builder, "SeriesLemniscateZuniga2023x", "FormulaB_SeriesLemniscateZuniga2023x", sum);
+    const SeriesNodeCoefficients c = read_fixed(node, "SeriesLemniscateZuniga2023x", "FormulaB_SeriesLemniscateZuniga2023x");
+    auto scale = build_composite(builder, tree_node("InvNthRoot", integers({4, 1043320250})));
+    return make_series_value_evaluator("FormulaB_SeriesLemniscateZuniga2023x",
+                                       make_lemniscate_agm_evaluator("FormulaB_LemniscateAGM", std::move(scale)), c);
 }
 
 std::unique_ptr<FormulaEvaluator> make_series_lemniscate_guillera_node(const FormulaNode& node,
