@@ -19,6 +19,9 @@
 #include "qmp/exception.h"
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/builtin_algorithms.h"
+#include "qmp/multiply/fft/fftv4.h"
+#include "qmp/multiply/fft/split_modulus_fft.h"
+#include "qmp/multiply/fft/transform.h"
 #include "qmp/multiply/tuning_profile.h"
 
 namespace qv {
@@ -108,6 +111,15 @@ void corrupt_for_test(qmp::FloatWriterB& writer) {
     if (index_text == nullptr || *index_text == '\0') return;
     const uint64_t index = std::strtoull(index_text, nullptr, 10);
     if (index < writer.output_words()) writer.words_for_test()[index] ^= 1;
+}
+
+// Builds the transform that a product of `product_words` words runs on.
+void build_largest_transform(const qmp::AlgorithmTableB& table, uint64_t product_words) {
+    const qmp::BasicAlgorithm& algorithm = table.get_algorithm(product_words);
+    qmp::fft::TransformSize size{1, 0, 0};
+    if (const auto* fft = dynamic_cast<const qmp::FFTv4*>(&algorithm)) size = fft->plan(product_words);
+    else if (dynamic_cast<const qmp::SplitModulusFFT*>(&algorithm)) size = qmp::SplitModulusFFT::plan(product_words);
+    if (size.bits != 0) qmp::fft::get_transform(size.m, size.k, qmp::FFTv4::kConversionBlockExponent);
 }
 
 struct RunSizing {
@@ -203,15 +215,17 @@ RunSummary NormalFloatSessionB::run(SessionToken token) {
     qmp::Console::println();
 
     // Multiplication tables. The transforms build their twiddle tables once, on first use, for
-    // the sizes the run needs; here the table that chooses among them is made.
+    // the sizes the run needs; here the table that chooses among them is made and the tables of
+    // the largest transform (that of a full-precision product, which holds most of the bytes
+    // the run will build) are built and counted.
     Clock::time_point phase = Clock::now();
     qmp::Console::print("Twiddle Tables...  ");
     qmp::AlgorithmRegistry registry;
     qmp::register_builtin_algorithms(registry);
     const qmp::AlgorithmTableB table = qmp::make_default_table(registry);
+    build_largest_transform(table, std::min(2 * run_precision_words(s) + 8, table.max_product_words()));
     qmp::Console::println();
-    label("Twiddle Tables: ", "built on first use, products up to " +
-                                  qmp::format_with_commas(table.max_product_words()) + " words");
+    label("Twiddle Tables: ", format_bytes(qmp::fft::twiddle_bytes_built()));
 
     qmp::FormulaContext context;
     context.table = &table;

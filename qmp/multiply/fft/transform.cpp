@@ -121,11 +121,24 @@ LargeTransform::LargeTransform(int m, int k, int conversion_block_exponent)
                                conversion_block_exponent <= sub_exponent_of(m, k),
                                "Sub-transform length is smaller than the conversion block size.")) {}
 
+namespace {
+
+std::mutex g_cache_mutex;
+std::map<std::tuple<int, int, int>, std::unique_ptr<Transform>> g_cache;
+
+}  // namespace
+
+uint64_t twiddle_bytes_built() {
+    std::lock_guard<std::mutex> lock(g_cache_mutex);
+    uint64_t bytes = 0;
+    for (const auto& [key, transform] : g_cache) bytes += transform->engine().twiddle_bytes();
+    return bytes;
+}
+
 const Transform& get_transform(int m, int k, int conversion_block_exponent) {
-    static std::mutex mutex;
-    static std::map<std::tuple<int, int, int>, std::unique_ptr<Transform>> cache;
+    auto& cache = g_cache;
     const auto key = std::make_tuple(m, k, conversion_block_exponent);
-    std::lock_guard<std::mutex> lock(mutex);
+    std::lock_guard<std::mutex> lock(g_cache_mutex);
     auto it = cache.find(key);
     if (it != cache.end()) return *it->second;
     const int sub_exponent = sub_exponent_of(m, k);

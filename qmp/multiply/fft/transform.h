@@ -98,6 +98,10 @@ private:
     const TransformEngine* engine_;  // owned
 };
 
+// Bytes of the twiddle tables of every transform built so far (get_transform() builds each
+// shape once, on first use, and keeps it).
+uint64_t twiddle_bytes_built();
+
 // The single-level shape: each sub-transform is swept whole (sub-transforms of at most 128
 // blocks, which stay in L1/L2). Construction checks, in order: reduction lookup, k - d >= 6,
 // 2^k >= 2^conversion_block_exponent. All throw qmp::InvalidParametersException.

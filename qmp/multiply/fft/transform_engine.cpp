@@ -359,4 +359,12 @@ void TransformEngine::perturb_twiddle(int sub, int depth, uint64_t group, double
     }
 }
 
+uint64_t TransformEngine::twiddle_bytes() const {
+    uint64_t bytes = 0;
+    for (const StraightTable& t : straight_) bytes += t.bytes();
+    for (const InterleavedTable& t : interleaved_) bytes += t.bytes();
+    for (const InterleavedTable& t : sigma_) bytes += t.bytes();
+    return bytes;
+}
+
 }  // namespace qmp::fft

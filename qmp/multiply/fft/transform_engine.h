@@ -51,6 +51,8 @@ public:
     // below log2(B), in-block levels above; in a four-step grid an in-block fault lands on the
     // row factor of the row holding that group). Only for engines owned by the caller.
     void perturb_twiddle(int sub, int depth, uint64_t group, double delta);
+    // Bytes of the twiddle tables this engine holds.
+    uint64_t twiddle_bytes() const;
 
 private:
     struct Grid {

@@ -44,6 +44,7 @@ public:
     // s(D, g) for D = k, g = vindex.
     Cplx twiddle(int k, uint64_t vindex) const;
     const Cplx* data() const { return entries_.data(); }
+    uint64_t bytes() const { return entries_.size() * sizeof(Cplx); }
     // Test seam: adds `delta` to the real part of one entry (index 2^k + vindex) of this copy.
     void perturb(int k, uint64_t vindex, double delta);
 
@@ -65,6 +66,7 @@ public:
     // s(k, vindex) for block_levels <= k < block_levels + 3.
     Cplx twiddle(int k, uint64_t vindex) const;
     const Block* records() const { return records_; }
+    uint64_t bytes() const { return (uint64_t(1) << block_levels_) * sizeof(Block); }
     void perturb(int k, uint64_t vindex, double delta);
 
 private:
