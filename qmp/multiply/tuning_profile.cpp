@@ -20,8 +20,11 @@ constexpr uint64_t bkt_to_fft_product_words = 288;
 // Only the largest products of a computation pass this size (the top merges of a series, the
 // last Newton steps), where the scratch sets the memory a computation needs.
 constexpr uint64_t fft_max_product_words = uint64_t(1) << 23;
+// The split-modulus FFT serves up to here (it carries up to 117,440,508 words with the limit
+// table of 2^28 points); beyond, Karatsuba steps over it.
+constexpr uint64_t sft_max_product_words = (uint64_t(7) << 24) - 1024;
 // Largest product the heuristic table serves (2^36 words = 512 GiB of product).
-constexpr uint64_t sft_max_product_words = uint64_t(1) << 36;
+constexpr uint64_t mulb_max_product_words = uint64_t(1) << 36;
 
 }  // namespace
 
@@ -36,6 +39,7 @@ std::vector<NamedAlgorithmEntry> default_table_entries(const AlgorithmRegistry& 
         list.push_back({bkt_to_fft_product_words, "BKT", {}});
         list.push_back({fft_max_product_words, "FFTv4", {}});
         if (registry.contains("SFTv4")) list.push_back({sft_max_product_words, "SFTv4", {}});
+        if (registry.contains("MULB")) list.push_back({mulb_max_product_words, "MULB", {}});
     } else {
         list.push_back({bkt_default_max_product_words, "BKT", {}});
     }
