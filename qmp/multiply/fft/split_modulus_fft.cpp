@@ -5,8 +5,9 @@
 //   (B^d - 1)(1 + B^d + ... + B^((b-1) d)) = B^N1 - 1 = -2 (mod M1), so (B^d - 1)^(-1) = -S / 2.
 // With u = r2 - r1 (mod M1):  t = (r1 - r2) M2^(-1) = (sum_{j=1..b} u B^(j d)) / 2  (mod M1),
 // and C = r2 + t M2 = r2 + t + t B^N2. Each u B^(j d) is a rotation (the words that pass B^N1
-// come back negated), so the join costs b passes over N1 words, against the ~log M passes of
-// the transforms. C < B^P bounds t below B^(P - N2): larger words of t are a fault.
+// come back negated), so block t of the sum is 2 (u_0 + ... + u_{t-1}) - (u_0 + ... + u_{b-1}):
+// the join is two sweeps over N1 words, against the ~log M passes of the transforms.
+// C < B^P bounds t below B^(P - N2): larger words of t are a fault.
 //
 // Scratch (each piece 128-byte aligned): [A's stored transform][negacyclic scratch, later the
 // join's accumulator][r1: N1 + 2 words][low piece of a long A: N2 + 2 words].
@@ -55,7 +56,7 @@ Layout layout_of(const fft::TransformSize& size) {
     const fft::NegacyclicProduct low(fft::TransformSize{size.m, size.k, size.bits - 1});
     Layout l;
     l.stored = align128(high.stored_bytes());
-    l.negacyclic = align128(std::max({high.scratch_bytes(), low.scratch_bytes(), (q.N1 + 2) * 8}));
+    l.negacyclic = align128(std::max({high.scratch_bytes(), low.scratch_bytes(), (q.N1 + 2 + 3 * (q.d + 2)) * 8}));
     l.r1 = align128((q.N1 + 2) * 8);
     l.low = align128((q.N2 + 2) * 8);  // a product's r2 takes N2 + 1 words of its output
     l.total = 128 + l.stored + l.negacyclic + l.r1 + l.low;
@@ -93,6 +94,33 @@ void reduce_signed(uint64_t* acc, uint64_t n) {
         acc[n] -= 1;
         sub_1(acc, acc, n + 1, uint64_t(1));
     }
+}
+
+// w = sum_{j=1..b} u B^(j d) (mod M1) for u < B^N1 in one sweep. With u in blocks u_s of d
+// words, block t of w collects +u_s for s < t and -u_s for s >= t (the rotations that pass
+// B^N1 come back negated): w_t = 2 prefix_t - total. acc gets N1 + 2 signed words; `work`
+// holds 3 (d + 2) words.
+void geometric_join(uint64_t* acc, const uint64_t* u, const Moduli& q, uint64_t* work) {
+    const uint64_t d = q.d, n = d + 2;
+    uint64_t* total = work;
+    uint64_t* prefix = total + n;
+    uint64_t* block = prefix + n;
+    zero_words(total, n);
+    for (int s = 0; s < q.b; ++s) add(total, total, n, u + uint64_t(s) * d, d);
+    zero_words(prefix, n);
+    int64_t carry = 0;  // signed, in units of B^(t d)
+    for (int t = 0; t < q.b; ++t) {
+        // block = 2 prefix - total + carry, two's complement over d + 2 words.
+        lshift(block, prefix, n, 1u);
+        sub_n(block, block, total, n);
+        if (carry > 0) add_1(block, block, n, uint64_t(carry));
+        else if (carry < 0) sub_1(block, block, n, uint64_t(-carry));
+        copy_words(acc + uint64_t(t) * d, block, d);
+        carry = int64_t(block[d]);  // |value / B^d| < 2^62: word d + 1 is its sign extension
+        add(prefix, prefix, n, u + uint64_t(t) * d, d);
+    }
+    acc[q.N1] = uint64_t(carry);
+    acc[q.N1 + 1] = carry < 0 ? ~uint64_t(0) : 0;
 }
 
 }  // namespace
@@ -181,15 +209,18 @@ void SplitModulusFFT::direct(const fft::TransformSize& size, uint64_t* C, const 
 
     // w = sum_{j=1..b} u B^(j d) (mod M1) in the accumulator (N1 + 2 words, signed).
     auto* acc = reinterpret_cast<uint64_t*>(scratch);
-    zero_words(acc, N1 + 2);
-    const uint64_t* u = r1;
-    const uint64_t ul = N1 + 1;  // u in [0, M1): value at most B^N1
-    for (int j = 1; j <= q.b; ++j) {
-        const uint64_t shift = uint64_t(j) * q.d;  // <= N1
-        // u = lo + hi B^(N1 - shift): lo B^shift - hi.
-        const uint64_t lo_words = N1 - shift;
-        if (lo_words > 0) add_at(acc, N1, u, lo_words, shift);
-        sub_at_bottom(acc, N1, u + lo_words, ul - lo_words);
+    if (r1[N1] == 0) {
+        geometric_join(acc, r1, q, acc + N1 + 2);
+    } else {
+        // u = B^N1 = -1: the rotations one by one (never seen outside tests of the corner).
+        zero_words(acc, N1 + 2);
+        for (int j = 1; j <= q.b; ++j) {
+            const uint64_t shift = uint64_t(j) * q.d;  // <= N1
+            // u = lo + hi B^(N1 - shift): lo B^shift - hi.
+            const uint64_t lo_words = N1 - shift;
+            if (lo_words > 0) add_at(acc, N1, r1, lo_words, shift);
+            sub_at_bottom(acc, N1, r1 + lo_words, N1 + 1 - lo_words);
+        }
     }
     reduce_signed(acc, N1);
     // t = w / 2 (mod M1): an odd w takes M1 first.
