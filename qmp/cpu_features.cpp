@@ -45,11 +45,22 @@ SimdLevel from_environment(SimdLevel detected) {
 
 std::atomic<int> active_level{-1};
 
+bool detect_ifma() {
+    unsigned a, b, c, d;
+    if (!__get_cpuid_count(7, 0, &a, &b, &c, &d)) return false;
+    return (b >> 21) & 1;
+}
+
 }  // namespace
 
 SimdLevel detected_simd_level() {
     static const SimdLevel level = detect();
     return level;
+}
+
+bool has_avx512_ifma() {
+    static const bool ifma = detected_simd_level() == SimdLevel::AVX512 && detect_ifma();
+    return ifma;
 }
 
 SimdLevel active_simd_level() {

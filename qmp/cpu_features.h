@@ -24,6 +24,11 @@ SimdLevel active_simd_level();
 void force_simd_level(SimdLevel level);
 const char* simd_level_name(SimdLevel level);
 
+// AVX-512 IFMA (52-bit integer multiply-add) on top of the AVX512 level: true only when the
+// detected level is AVX512 and CPUID reports IFMA. Kernels using it also need the active
+// level to be AVX512, so QMP_SIMD=avx2 turns them off.
+bool has_avx512_ifma();
+
 struct CpuIdentity {
     std::string vendor;  // CPUID leaf 0, e.g. "AuthenticAMD"
     std::string brand;   // CPUID leaves 0x80000002..4, trimmed
