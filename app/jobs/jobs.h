@@ -1,10 +1,11 @@
 // The jobs that the actions, the main menu and job files start. Each job has a command-line form
 // (reads its option words from the shared cursor), an interactive form (main menu) and, for the
-// jobs a job file can name, a form that takes the job's configuration object. This build parses
-// and checks the requests; the jobs themselves are not part of it yet, so each form ends at its
-// dispatch point with a qmp::Exception saying that the job is not available.
+// jobs a job file can name, a form that takes the job's configuration object. Jobs not built
+// yet (the stress tester, the pi benchmark, resuming) parse and check their requests and end
+// at their dispatch point with a qmp::Exception saying that the job is not available.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,18 @@ void custom_job(const qmp::ConfigObject& job);
 // BBP digit extractor for Pi ("bbp", menu 5).
 void bbp_action(qmp::CommandLine& args);
 void bbp_menu();
+
+// One extraction run as "bbp" and "bench-bbp" start it: the hexadecimal position, the threads
+// (0: one per logical core, or per physical core with no_smt) and the StaticPinOrder cores.
+struct BbpRunRequest {
+    uint64_t position = 0;
+    uint32_t threads = 0;
+    bool no_smt = false;
+    std::vector<uint32_t> pin_order;
+};
+// Runs the extraction with progress lines and prints the result (digits, convention, both
+// formulas' values, agreement, time). Throws when the formulas disagree.
+void run_bbp_extraction(const BbpRunRequest& request);
 
 // Digit viewer ("digitviewer", menu 6).
 void digitviewer_action(qmp::CommandLine& args);

@@ -4,6 +4,7 @@
 
 #include "qmp/console.h"
 #include "qmp/exception.h"
+#include "qmp/farmemory/disk_raid0.h"
 #include "qmp/farmemory/malloc_far_memory.h"
 #include "qmp/farmemory/mmap_far_memory.h"
 
@@ -28,8 +29,8 @@ const std::vector<FarMemoryFrameworkEntry>& far_memory_frameworks() {
         {MallocFarMemory::registry_name, MallocFarMemory::menu_text, &make<MallocFarMemory>,
          &no_words},
         {MmapFarMemory::registry_name, MmapFarMemory::menu_text, &make<MmapFarMemory>, &no_words},
-        // "disk-raid0" (menu text "Disk RAID 0") joins here with the striped disk arrays; its
-        // words are the lane paths.
+        // Its words: a lane count, then one path per lane.
+        {DiskRaid0::registry_name, DiskRaid0::menu_text, &make<DiskRaid0>, &DiskRaid0::read_words},
     };
     return entries;
 }

@@ -1,5 +1,5 @@
-// The far-memory frameworks by name: "malloc" (MallocFarMemory), "mmap" (MmapFarMemory) and,
-// with the striped disk arrays, "disk-raid0". A framework's configuration is an object whose
+// The far-memory frameworks by name: "malloc" (MallocFarMemory), "mmap" (MmapFarMemory) and
+// "disk-raid0" (DiskRaid0, striped disk arrays). A framework's configuration is an object whose
 // String member "Framework" names it, followed by its own settings; it can also be given as
 // words (a framework name, then the words that framework reads), which become the same
 // object. An unknown name fails with "Invalid FarMemory Framework: " + name; words that run

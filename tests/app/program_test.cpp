@@ -104,13 +104,14 @@ TEST(Program, ActionWordsAndTheirErrors) {
         {{"bench-bbp"}, 1, "Expected more parameters."},
         {{"bench-bbp", "100B"}, 1, "Invalid benchmark size: 100B"},
         {{"bench-bbp", "100b", "-TD", "4"}, 1, "Option -TD is not supported for this mode."},
-        {{"bench-bbp", "100t"}, 1, "The BBP digit-extraction benchmark is not available in this build."},
+        {{"bench-bbp", "100t"}, 1, "Not run: estimated at more than a day. Add \"confirm\" to run it."},
         {{"stress", "extra"}, 1, "Invalid Parameter: extra"},
         {{"stress", "-M", "1000000"}, 1, "The component stress tester is not available in this build."},
-        {{"benchio"}, 1, "The I/O performance analysis is not available in this build."},
+        {{"benchio", "-M", "64k", "-minIO", "16k"}, 0, "Measured bytes per seek: "},
+        {{"benchio", "-M", "lots"}, 1, "Invalid size: lots"},
         {{"custom", "-M", "1000"}, 1, "Option -M is not supported for this mode."},
         {{"custom", "-compress", "-verify"}, 1, "Expected more parameters."},
-        {{"bbp"}, 1, "The BBP digit extractor is not available in this build."},
+        {{"bbp"}, 1, "No position given."},
         {{"digitviewer", "pi.txt"}, 1, "Unable to open file."},
         {{"digitviewer", "a.txt", "b.txt"}, 1, "Invalid Parameter: b.txt"},
         {{"validate", "nowhere.txt"}, 1, "nowhere.txt"},
@@ -145,9 +146,9 @@ TEST(Program, OutermostHandlerPrintsTheOperationAndMessage) {
 TEST(Program, JobFilesSelectTheJobByItsAction) {
     TempDir dir;
     qvtest::write_file(dir.file("job.cfg"), "{\r\n    Action : \"CustomCompute\"\r\n}\r\n");
-    qvtest::write_file(dir.file("io.json"), "{\n  \"Action\": \"BenchIO\"\n}\n");
+    qvtest::write_file(dir.file("io.json"), "{\n  \"Action\": \"BenchIO\",\n  \"MinBlockBytes\": 1000\n}\n");
     qvtest::write_file(dir.file("stress.cfg"), "{ Action : \"StressTest\" }");
-    qvtest::write_file(dir.file("swap.cfg"), "{ Action : \"SwapTester\" }");
+    qvtest::write_file(dir.file("swap.cfg"), "{ Action : \"SwapTester\" Threads : 0 }");
     qvtest::write_file(dir.file("lower.cfg"), "{ Action : \"customcompute\" }");
     qvtest::write_file(dir.file("job.txt"), "{ Action : \"CustomCompute\" }");
     qvtest::write_file(dir.file("noaction.cfg"), "{ Job : \"CustomCompute\" }");
@@ -158,9 +159,9 @@ TEST(Program, JobFilesSelectTheJobByItsAction) {
         // The computation job reads its settings: this file has none.
         {"job", "In Function: ComputeSettings::load_config()\nInvalid Key: Constant"},  // ".cfg" appended
         {"job.cfg", "In Function: ComputeSettings::load_config()\nInvalid Key: Constant"},
-        {"io.json", "The I/O performance analysis is not available in this build."},
+        {"io.json", "Cannot run benchmark with these parameters."},
         {"stress", "The component stress tester is not available in this build."},
-        {"swap.cfg", "The far-memory swap tester is not available in this build."},
+        {"swap.cfg", "Cannot run swap test with these parameters."},
         {"lower", "Invalid Action: customcompute"},
         {"job.txt", "Extension must be .cfg or .json."},
         {"noaction", "Invalid Key: Action"},
