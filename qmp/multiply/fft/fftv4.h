@@ -41,14 +41,14 @@ struct FFTv4Config {
     // 80.9 vs 85.2 ms (fft_mulbench WORDS 1 --cpu, best of 3 runs).
     uint64_t stream_min_points_bytes = uint64_t(16) << 20;
     // Transforms below this many complex points run on the calling thread whatever the context
-    // allows. A product has about ten parallel phases, and a hand-over to a worker whose core
-    // sleeps is slow on the measuring machine (a virtual machine): with the second core idle,
-    // 2 threads against 1 (push pool, qmp_mulbench-style operands, best of 3) took 10k words
-    // 0.82 vs 0.49 ms, 100k 6.7 vs 6.1 ms, 200k 13.8 vs 13.6 ms, 300k 15.2 vs 24.0 ms, 500k
-    // 20.2 vs 34.3 ms. With the second core busy the hand-over is fast and 100k words took 4.0
-    // vs 6.7 ms, so the threshold is a machine property worth tuning. 2^19 complex points:
-    // operands from ~150k words up.
-    uint64_t min_parallel_complex_points = uint64_t(1) << 19;
+    // allows: a product has about ten parallel phases, and below this the hand-over costs more
+    // than the second core gives. Measured with the push pool, 2 tasks, qmp_mulbench-style
+    // operands, AVX2 kernels, AMD Zen 5 with the second core idle (2026-11-24), threshold 2^19
+    // against 2^16 complex points: 20k words 0.79 vs 0.61 ms, 50k 1.99 vs 1.37 ms, 100k 4.80
+    // vs 3.03 ms, 200k 9.1 vs 7.3 ms; at 10k words (41k points) handing over lost (0.40 vs
+    // 0.42 ms at 2^15). An earlier session on another host found the hand-over to a sleeping
+    // core slow up to ~300k words, so this is a machine property worth tuning.
+    uint64_t min_parallel_complex_points = uint64_t(1) << 16;
 };
 
 class FFTv4 final : public BasicAlgorithm {

@@ -21,7 +21,7 @@ namespace qmp::fft {
 namespace {
 
 constexpr int kMaxTds = 256;
-constexpr uint64_t kMinParallelComplexPoints = uint64_t(1) << 19;  // as FFTv4's default
+constexpr uint64_t kMinParallelComplexPoints = uint64_t(1) << 16;  // as FFTv4's default
 constexpr double kMaxDistance = 0.3;
 constexpr const char* kMultiply = "NegacyclicProduct::multiply()";
 

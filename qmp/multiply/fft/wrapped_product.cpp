@@ -25,7 +25,7 @@ namespace {
 constexpr uint64_t align128(uint64_t x) { return (x + 127) / 128 * 128; }
 constexpr double kMaxDistance = 0.3;
 // Transforms below this many complex points stay on the calling thread (as in FFTv4).
-constexpr uint64_t kMinParallelComplexPoints = uint64_t(1) << 19;
+constexpr uint64_t kMinParallelComplexPoints = uint64_t(1) << 16;
 
 }  // namespace
 
