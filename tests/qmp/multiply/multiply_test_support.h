@@ -1,6 +1,8 @@
 // Shared helpers of the multiplication tests: the seed (fixed default, QMP_TEST_SEED overrides,
 // printed with every failure through the trace), operand generators with long runs of ones and
-// zeros, guarded buffers, and an independent schoolbook oracle on 32-bit halves.
+// zeros, guarded buffers, an independent schoolbook oracle on 32-bit halves, the Karatsuba
+// product (an independent code path for the transforms' tests) and residues modulo three primes
+// for products too long for either.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "qmp/multiply/karatsuba.h"
 #include "tests/test_support.h"
 
 namespace qmp::test {
@@ -99,5 +102,30 @@ private:
     uint64_t n_;
     std::vector<uint64_t> words_;
 };
+
+// A * B by Karatsuba on words (either operand may be the longer).
+inline std::vector<uint64_t> karatsuba_product(const std::vector<uint64_t>& A, const std::vector<uint64_t>& B) {
+    const auto& X = A.size() >= B.size() ? A : B;
+    const auto& Y = A.size() >= B.size() ? B : A;
+    std::vector<uint64_t> C(X.size() + Y.size()), scratch(bkt_itch_bound(X.size() + Y.size()));
+    bkt_mul(C.data(), X.data(), X.size(), Y.data(), Y.size(), scratch.data(), KaratsubaThresholds{});
+    return C;
+}
+
+// a modulo a prime below 2^63.
+inline uint64_t mod_prime(const std::vector<uint64_t>& a, uint64_t p) {
+    unsigned __int128 r = 0;
+    for (uint64_t i = a.size(); i-- > 0;) r = ((r << 64) | a[i]) % p;
+    return static_cast<uint64_t>(r);
+}
+
+// C = A * B checked modulo three primes.
+inline bool residues_match(const std::vector<uint64_t>& A, const std::vector<uint64_t>& B, const std::vector<uint64_t>& C) {
+    for (uint64_t p : {0x1fffffffffffffffull, 0x3fffffffffffffe5ull, 0xfffffffbull}) {
+        const unsigned __int128 ab = static_cast<unsigned __int128>(mod_prime(A, p)) * mod_prime(B, p) % p;
+        if (static_cast<uint64_t>(ab) != mod_prime(C, p)) return false;
+    }
+    return true;
+}
 
 }  // namespace qmp::test

@@ -6,7 +6,6 @@
 #include "qmp/multiply/fft/fftv4.h"
 
 #include "qmp/multiply/fft/split.h"
-#include "qmp/multiply/karatsuba.h"
 #include "tests/qmp/multiply/fft/fft_test_support.h"
 #include "tests/qmp/multiply/multiply_test_support.h"
 
@@ -20,14 +19,6 @@ namespace {
 using fft::test::dither_aligned_words;
 using test::Rng;
 
-std::vector<uint64_t> reference(const std::vector<uint64_t>& A, const std::vector<uint64_t>& B) {
-    const auto& X = A.size() >= B.size() ? A : B;
-    const auto& Y = A.size() >= B.size() ? B : A;
-    std::vector<uint64_t> C(X.size() + Y.size()), scratch(bkt_itch_bound(X.size() + Y.size()));
-    bkt_mul(C.data(), X.data(), X.size(), Y.data(), Y.size(), scratch.data(), KaratsubaThresholds{});
-    return C;
-}
-
 TEST(DitherRetry, AlignedOperandsMultiplyExactlyAcrossTheRows) {
     const FFTv4 fft;
     // Square sizes from one row of the limit table to the next (the last one is a four-step size).
@@ -36,7 +27,7 @@ TEST(DitherRetry, AlignedOperandsMultiplyExactlyAcrossTheRows) {
         const int bits = fft.plan(2 * words).bits;
         const auto A = dither_aligned_words(words, bits);
         const auto B = dither_aligned_words(words, bits);
-        const auto expected = reference(A, B);
+        const auto expected = test::karatsuba_product(A, B);
         std::vector<char> scratch(fft.multiply_buffer_bytes(2 * words));
         std::vector<uint64_t> C(2 * words);
 
@@ -59,7 +50,7 @@ TEST(DitherRetry, StoredTransformsRedoAndKeepWorking) {
         const uint64_t max_words = 2 * words;
         const int bits = fft.plan(max_words).bits;
         const auto A = dither_aligned_words(words, bits);
-        const auto A2 = reference(A, A);
+        const auto A2 = test::karatsuba_product(A, A);
         std::vector<char> TA(fft.transform_buffer_bytes(max_words)), TB(fft.transform_buffer_bytes(max_words));
         std::vector<char> scratch(fft.stored_multiply_buffer_bytes(max_words));
         fft.forward_operand(TA.data(), TA.size(), A.data(), words, max_words, scratch.data(), scratch.size(), {});
@@ -84,7 +75,7 @@ TEST(DitherRetry, StoredTransformsRedoAndKeepWorking) {
         for (auto& w : R) w = rng.next();
         std::vector<uint64_t> D(words + R.size());
         fft.multiply_transformed(D.data(), TA.data(), R.data(), R.size(), scratch.data(), scratch.size(), {});
-        EXPECT_EQ(D, reference(A, R));
+        EXPECT_EQ(D, test::karatsuba_product(A, R));
         fft.square_transformed(C.data(), TB.data(), scratch.data(), scratch.size(), {});
         EXPECT_EQ(C, A2);
     }

@@ -9,7 +9,6 @@
 #include "qmp/exception.h"
 #include "qmp/multiply/fft/checks.h"
 #include "qmp/multiply/fft/reduction.h"
-#include "qmp/multiply/karatsuba.h"
 #include "qmp/multiply/limit_table.h"
 #include "qmp/parallel/cppasync_framework.h"
 #include "qmp/parallel/parallel_framework.h"
@@ -29,29 +28,6 @@ namespace {
 
 using fft::TransformSize;
 using test::Rng;
-
-std::vector<uint64_t> karatsuba(const std::vector<uint64_t>& A, const std::vector<uint64_t>& B) {
-    const auto& X = A.size() >= B.size() ? A : B;
-    const auto& Y = A.size() >= B.size() ? B : A;
-    std::vector<uint64_t> C(X.size() + Y.size()), scratch(bkt_itch_bound(X.size() + Y.size()));
-    bkt_mul(C.data(), X.data(), X.size(), Y.data(), Y.size(), scratch.data(), KaratsubaThresholds{});
-    return C;
-}
-
-uint64_t mod_prime(const std::vector<uint64_t>& a, uint64_t p) {
-    unsigned __int128 r = 0;
-    for (uint64_t i = a.size(); i-- > 0;) r = ((r << 64) | a[i]) % p;
-    return static_cast<uint64_t>(r);
-}
-
-// C = A * B checked modulo three primes (for sizes where no reference product is affordable).
-bool residues_match(const std::vector<uint64_t>& A, const std::vector<uint64_t>& B, const std::vector<uint64_t>& C) {
-    for (uint64_t p : {0x1fffffffffffffffull, 0x3fffffffffffffe5ull, 0xfffffffbull}) {
-        const unsigned __int128 ab = static_cast<unsigned __int128>(mod_prime(A, p)) * mod_prime(B, p) % p;
-        if (static_cast<uint64_t>(ab) != mod_prime(C, p)) return false;
-    }
-    return true;
-}
 
 std::vector<uint64_t> pattern(Rng& rng, uint64_t n, int kind) {
     std::vector<uint64_t> a(n);
@@ -134,9 +110,9 @@ void run_matrix(int max_log2_points, bool with_reference, const FFTv4::Config& c
                 auto check = [&](const std::vector<uint64_t>& A, const std::vector<uint64_t>& B, bool square) {
                     const auto C = square ? product(A, A) : product(A, B);
                     if (with_reference) {
-                        ASSERT_EQ(C, karatsuba(A, square ? A : B)) << "AL=" << A.size() << " BL=" << B.size();
+                        ASSERT_EQ(C, test::karatsuba_product(A, square ? A : B)) << "AL=" << A.size() << " BL=" << B.size();
                     } else {
-                        ASSERT_TRUE(residues_match(A, square ? A : B, C)) << "AL=" << A.size();
+                        ASSERT_TRUE(test::residues_match(A, square ? A : B, C)) << "AL=" << A.size();
                     }
                 };
                 const auto A = pattern(rng, (P + 1) / 2, kind), B = pattern(rng, P / 2, kind);
@@ -204,7 +180,7 @@ TEST(FFTv4, ChecksFireOnInjectedFaults) {
     const FFTv4 fft;
     const Product product{fft};
     const auto A = pattern(rng, 3000, 0), B = pattern(rng, 2000, 0);
-    const auto expected = karatsuba(A, B);
+    const auto expected = test::karatsuba_product(A, B);
     {
         // Coefficient 0 off by exactly one: the bottom word is mended silently.
         InjectorGuard guard(add_offset_always, 1.0);
@@ -293,15 +269,15 @@ TEST(FFTv4, StoredTransformsGiveFreshProducts) {
             const auto B = pattern(rng, BL, int(BL % 4));
             std::vector<uint64_t> C(A.size() + BL);
             fft.multiply_transformed(C.data(), TA.data(), B.data(), BL, scratch.data(), scratch.size(), {});
-            EXPECT_EQ(C, karatsuba(A, B)) << "BL=" << BL;
+            EXPECT_EQ(C, test::karatsuba_product(A, B)) << "BL=" << BL;
         }
         const auto B = pattern(rng, AL * 7 / 8, 2);
         fft.forward_operand(TB.data(), TB.size(), B.data(), B.size(), max_words, scratch.data(), scratch.size(), {});
         std::vector<uint64_t> C(A.size() + B.size()), S(2 * A.size());
         fft.multiply_transformed(C.data(), TA.data(), TB.data(), scratch.data(), scratch.size(), {});
-        EXPECT_EQ(C, karatsuba(A, B));
+        EXPECT_EQ(C, test::karatsuba_product(A, B));
         fft.square_transformed(S.data(), TA.data(), scratch.data(), scratch.size(), {});
-        EXPECT_EQ(S, karatsuba(A, A));
+        EXPECT_EQ(S, test::karatsuba_product(A, A));
         if (max_words != 9000) continue;
 
         // Too long a partner, or a transform made by another configuration, is refused.
@@ -330,8 +306,8 @@ TEST(FFTv4, SameWordsForEveryFrameworkAndTaskCount) {
     const auto A = pattern(rng, 70000, 0), B = pattern(rng, 50000, 3);
     const auto reference = Product{fft, {nullptr, nullptr, 1}}(A, B);
     const auto reference_square = Product{fft, {nullptr, nullptr, 1}}(A, A);
-    EXPECT_TRUE(residues_match(A, B, reference));
-    EXPECT_TRUE(residues_match(A, A, reference_square));
+    EXPECT_TRUE(test::residues_match(A, B, reference));
+    EXPECT_TRUE(test::residues_match(A, A, reference_square));
     for (const ParallelFrameworkType& type : parallel_framework_types()) {
         const auto framework = make_parallel_framework(type.default_config());
         for (uint64_t tds : {2, 3, 8}) {
