@@ -22,7 +22,7 @@ namespace qmp {
 namespace {
 
 constexpr uint64_t kGuardWords = 1;
-constexpr uint64_t kValues = 9;  // scale, a, b, sum, product, root, c^2, D, D'
+constexpr uint64_t kValues = 10;  // scale, sqrt 2, a, b, sum, product, root, c^2, D, D'
 
 class FormulaB_LemniscateAGM : public FormulaEvaluator {
 public:
@@ -47,7 +47,7 @@ protected:
         s.scratch_bytes = std::max(scale_->total_bytes(), value_bytes(scale_->sizing().output_words) +
                                                               (kValues - 1) * value_bytes(n) + tail);
         s.checkpoint_bytes = 3 * value_bytes(n);
-        s.buffers = {{"m_a_words", n}, {"m_b_words", n}, {"m_sum_words", n}, {"m_product_words", n},
+        s.buffers = {{"m_sqrt2_words", n}, {"m_a_words", n}, {"m_b_words", n}, {"m_sum_words", n}, {"m_product_words", n},
                      {"m_root_words", n}, {"m_square_words", n}, {"m_denominator_words", n}};
         return s;
     }
@@ -56,16 +56,18 @@ protected:
         const uint64_t p = precision(), q = p + kGuardWords, n = node_value_words(q);
         FormulaFloat scale;
         evaluate_child(*scale_, scale, scratch, context);
+        FormulaFloat root2 = carve_value(scratch, n);
         FormulaFloat a = carve_value(scratch, n), b = carve_value(scratch, n), sum = carve_value(scratch, n);
         FormulaFloat product = carve_value(scratch, n), root = carve_value(scratch, n);
         FormulaFloat square = carve_value(scratch, n), D = carve_value(scratch, n), next = carve_value(scratch, n);
         Parallelizer* par = context.parallelizer;
         const uint64_t tds = context.tds;
 
-        // b = sqrt(2) / 2; sqrt 2 is kept in `root` for the end as 2 b.
+        // b = sqrt(2) / 2; sqrt 2 is kept for the end.
         context.report("Square Root: ");
         set_integer(product, 2);
-        sqrt_->run(b, product, q, scratch, par, tds);
+        sqrt_->run(root2, product, q, scratch, par, tds);
+        b.set_BigFloat(root2);
         shift_in_place(b, -1);
         set_integer(a, 1);
         set_integer(D, 1);
@@ -90,11 +92,9 @@ protected:
             std::swap(a, sum);
             std::swap(b, root);
         }
-        // 2 varpi = 4 sqrt(2) M / D with sqrt 2 = 2 b0: recompute it (b moved on) as sqrt(2).
+        // 2 varpi = 4 sqrt(2) M / D.
         context.report("Dividing: ");
-        set_integer(product, 2);
-        sqrt_->run(root, product, q, scratch, par, tds);
-        product.set_mul(root, a, q, *context.table, scratch, par, tds);
+        product.set_mul(root2, a, q, *context.table, scratch, par, tds);
         shift_in_place(product, 2);
         division_->run(sum, product, D, q, scratch, par, tds);
         context.report("Multiplying: ");
