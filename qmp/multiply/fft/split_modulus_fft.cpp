@@ -63,7 +63,9 @@ Layout layout_of(const fft::TransformSize& size) {
     return l;
 }
 
-// acc (n + 2 words, two's complement) += X[0, xl) B^offset, carried through the top.
+// The rotation sum one rotation at a time, for the one residue the sweep does not take
+// (u = B^N1, that is -1): acc (n + 2 words, two's complement) += X[0, xl) B^offset, and
+// acc -= X[0, xl) at the bottom, each carried through the top.
 void add_at(uint64_t* acc, uint64_t n, const uint64_t* X, uint64_t xl, uint64_t offset) {
     const uint64_t carry = add_n(acc + offset, acc + offset, X, xl);
     if (carry != 0) add_1(acc + offset + xl, acc + offset + xl, n + 2 - offset - xl, uint64_t(1));
@@ -73,8 +75,8 @@ void sub_at_bottom(uint64_t* acc, uint64_t n, const uint64_t* X, uint64_t xl) {
     if (borrow != 0) sub_1(acc + xl, acc + xl, n + 2 - xl, uint64_t(1));
 }
 
-// X (n + 1 words, value at most B^n) modulo B^n + 1 into [0, B^n]: X = B^n is the residue -1.
-// acc (n + 2 words, signed, |acc| < 2^63 B^n) reduced into its low n + 1 words.
+// acc (n + 2 words, signed, |acc| < 2^63 B^n) reduced modulo B^n + 1 into [0, B^n] in its low
+// n + 1 words (B^n is the residue -1).
 void reduce_signed(uint64_t* acc, uint64_t n) {
     // acc = lo + top B^n with top signed in words n, n + 1: acc = lo - top (mod B^n + 1).
     const int64_t top = int64_t(acc[n]);  // |top| < 2^63: word n + 1 is its sign extension
