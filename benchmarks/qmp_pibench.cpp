@@ -4,8 +4,8 @@
 //   digits=N series_s=T final_s=T total_s=T hex_mod_M61=R
 // where R = floor(pi 16^h) mod 2^61 - 1, h = floor(DIGITS log2(10) / 4) - 16, to compare with
 // the reference digits. THREADS above 1 runs a "pushpool" framework of that many workers with
-// a task decomposition of THREADS. QMP_PIBENCH_PEAK=1 adds the peak resident set in MiB;
-// QMP_PIBENCH_PROFILE=1 adds lines with the time of the leaf blocks, of the merges above them
+// a task decomposition of THREADS. QMP_PIBENCH_PEAK=1 adds the planned buffer, the peak
+// resident set and the twiddle tables built, in MiB; QMP_PIBENCH_PROFILE=1 adds lines with the time of the leaf blocks, of the merges above them
 // by size (summed over tasks) and of the final steps.
 #include <sys/resource.h>
 
@@ -20,6 +20,7 @@
 #include "formulas/pi/pi_finish.h"
 #include "benchmarks/bench_support.h"
 #include "qmp/exception.h"
+#include "qmp/multiply/fft/transform.h"
 #include "qmp/multiply/algorithm_registry.h"
 #include "qmp/multiply/builtin_algorithms.h"
 #include "qmp/multiply/tuning_profile.h"
@@ -73,9 +74,9 @@ int main(int argc, char** argv) {
         if (const char* e = std::getenv("QMP_PIBENCH_PEAK"); e && e[0] == '1') {
             rusage usage{};
             getrusage(RUSAGE_SELF, &usage);
-            std::printf(" plan_s=%.4f alloc_s=%.4f planned_MiB=%.1f peak_MiB=%.1f", t_plan - t0, t1 - t_plan,
-                        double(bytes) / 1048576.0,
-                        double(usage.ru_maxrss) / 1024.0);
+            std::printf(" plan_s=%.4f alloc_s=%.4f planned_MiB=%.1f peak_MiB=%.1f twiddle_MiB=%.1f", t_plan - t0,
+                        t1 - t_plan, double(bytes) / 1048576.0, double(usage.ru_maxrss) / 1024.0,
+                        double(qmp::fft::twiddle_bytes_built()) / 1048576.0);
         }
         std::printf("\n");
         if (timings.profile.timing) {

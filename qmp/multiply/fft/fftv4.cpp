@@ -4,9 +4,11 @@
 // Scratch layout of one product on n complex points (every piece 128-byte aligned):
 //   [points: n/8 blocks][work A: work_bytes][work B: work_bytes, products only]
 //   [transform scratch][split carry plan: n/32 bytes]
-// The points buffer takes each operand's split in turn (unless the operands are streamed into
-// the column pass, see FFTv4Config::stream_min_points_bytes) and finally the inverse transform,
-// so a product holds 3 operand-sized arrays and a square 2. B's forward transform, the pointwise
+// The points buffer takes each operand's split in turn and finally the inverse transform, so a
+// product holds 3 operand-sized arrays and a square 2. When the operands are streamed into the
+// column pass (FFTv4Config::stream_min_points_bytes: every large product) there is no points
+// buffer: the inverse runs in place and the release reads the work area's layout, so a product
+// holds 2 arrays and a square 1 (at 3.3M words: 11.5 -> 7.7 bytes of scratch per product byte). B's forward transform, the pointwise
 // product and the inverse run as one pass (Transform::convolve()). A redo after a failed
 // rounding check splits with fresh dither digits on the same size (on the next size up only
 // when the caller's buffer happens to hold it), so the need is that of one size.
@@ -50,8 +52,8 @@ namespace {
 // Transform scratch is sized for this many tasks (the plans never allow more).
 constexpr uint64_t kMaxTds = 256;
 
-bool stream_operands(const fft::Transform& t, const FFTv4Config& config) {
-    return t.streams_input() && t.complex_points() * 16 >= config.stream_min_points_bytes;
+bool stream_operands(const fft::TransformSize& size, const FFTv4Config& config) {
+    return fft::transform_streams_input(size.m, size.k) && size.complex_points() * 16 >= config.stream_min_points_bytes;
 }
 
 std::atomic<uint64_t> g_retries{0};
@@ -62,6 +64,10 @@ void inject_fault(fft::Block* points, uint64_t n) {
 }
 
 uint64_t align_up(uint64_t x, uint64_t a) { return (x + a - 1) / a * a; }
+
+uint64_t transform_scratch(const fft::TransformSize& size) {
+    return align_up(fft::transform_scratch_bytes(size.m, size.k, kMaxTds), 128);
+}
 
 uint64_t task_count(const MultiplyContext& context, const FFTv4Config& config, uint64_t complex_points) {
     if (context.parallelizer == nullptr || complex_points < config.min_parallel_complex_points) return 1;
@@ -146,12 +152,17 @@ fft::TransformSize FFTv4::plan_forced(uint64_t product_words, int bits) const {
     return fft::choose_transform(product_words, config_.mode, config_.max_log2_points, 0, nullptr, bits);
 }
 
+const fft::Transform& FFTv4::Layout::transform() const {
+    return fft::get_transform(m, k, kConversionBlockExponent);
+}
+
 FFTv4::Layout FFTv4::layout(const fft::TransformSize& size, bool square) const {
     Layout l;
-    l.transform = &fft::get_transform(size.m, size.k, kConversionBlockExponent);
-    l.points_bytes = align_up(size.complex_points() * 16, 128);
-    l.work_bytes = align_up(l.transform->work_bytes(), 128);
-    l.scratch_bytes = align_up(l.transform->scratch_bytes(kMaxTds), 128) +
+    l.m = size.m;
+    l.k = size.k;
+    l.points_bytes = stream_operands(size, config_) ? 0 : align_up(size.complex_points() * 16, 128);
+    l.work_bytes = align_up(fft::transform_work_bytes(size.m, size.k), 128);
+    l.scratch_bytes = transform_scratch(size) +
                       fft::SplitSource::scratch_bytes(size.complex_points());
     l.total_bytes = 128 + l.points_bytes + l.work_bytes * (square ? 1 : 2) + l.scratch_bytes;
     return l;
@@ -205,9 +216,10 @@ void FFTv4::fixup_bottom(uint64_t* C, uint64_t CL, uint64_t expected) {
 }
 
 double FFTv4::store(uint64_t* C, uint64_t CL, const fft::Block* points, uint64_t n_complex, int bits,
-                    uint64_t coefficient_count, double limit, Parallelizer* parallelizer, uint64_t tds) {
+                    uint64_t coefficient_count, double limit, Parallelizer* parallelizer, uint64_t tds,
+                    const fft::PointLayout& points_layout) {
     const fft::ReleaseStatus status =
-        fft::release_points(points, n_complex, bits, coefficient_count, C, CL, parallelizer, tds);
+        fft::release_points(points, n_complex, bits, coefficient_count, C, CL, parallelizer, tds, points_layout);
     if (status.max_distance <= limit && status.overrun) {
         throw AlgorithmFailedException("FFTv4::store()", "Index has overrun range: is > oe");
     }
@@ -227,27 +239,30 @@ double FFTv4::run_product(const fft::TransformSize& size, uint64_t* C, const uin
     const uint64_t n = size.complex_points();
     Parallelizer* p = context.parallelizer;
     const uint64_t tds = task_count(context, config_, n);
-    const fft::Transform& t = *l.transform;
+    const fft::Transform& t = l.transform();
 
     // A square transforms once; a product keeps A's forward transform and runs B's forward,
     // the pointwise product and the inverse as one fused pass. Shapes that can read their input
     // inside the column pass take the operands' digits straight from the words.
     uint64_t coefficients;
-    if (stream_operands(t, config_)) {
-        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128);
+    if (stream_operands(size, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + transform_scratch(size);
         const fft::SplitSource a(A, AL, size.bits, config_.mode, n, carries, p, tds, seed);
+        fft::Block* out;
         if (square) {
-            t.convolve(a, work_a, nullptr, points, tscratch, p, tds);
+            out = work_a;
+            t.convolve(a, work_a, nullptr, out, tscratch, p, tds);
             coefficients = 2 * digits_of(AL, size.bits) + 1;
         } else {
             t.forward(a, work_a, tscratch, p, tds);
             const fft::SplitSource b(B, BL, size.bits, config_.mode, n, carries, p, tds, seed);
-            t.convolve(b, work_b, work_a, points, tscratch, p, tds);
+            out = work_b;
+            t.convolve(b, work_b, work_a, out, tscratch, p, tds);
             coefficients = digits_of(AL, size.bits) + digits_of(BL, size.bits) + 1;
         }
-        inject_fault(points, n);
-        return store(C, AL + (square ? AL : BL), points, n, size.bits, coefficients, config_.max_distance_limit,
-                     p, tds);
+        inject_fault(out, n);
+        return store(C, AL + (square ? AL : BL), out, n, size.bits, coefficients, config_.max_distance_limit,
+                     p, tds, t.work_layout());
     }
     fft::split_words(A, AL, size.bits, config_.mode, points, n, p, tds, seed);
     if (square) {
@@ -351,13 +366,13 @@ void FFTv4::forward_sized(const char* function, void* T, uint64_t T_bytes, const
     void* tscratch = base + l.points_bytes + l.work_bytes;
     Parallelizer* p = context.parallelizer;
     const uint64_t tds = task_count(context, config_, size.complex_points());
-    if (stream_operands(*l.transform, config_)) {
-        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
+    if (stream_operands(size, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + transform_scratch(size);
         const fft::SplitSource a(A, AL, size.bits, config_.mode, size.complex_points(), carries, p, tds);
-        l.transform->forward(a, work_of(T), tscratch, p, tds);
+        l.transform().forward(a, work_of(T), tscratch, p, tds);
     } else {
         fft::split_words(A, AL, size.bits, config_.mode, points, size.complex_points(), p, tds);
-        l.transform->forward(points, work_of(T), tscratch, p, tds);
+        l.transform().forward(points, work_of(T), tscratch, p, tds);
     }
 
     StoredHeader* h = header_of(T);
@@ -371,10 +386,11 @@ fft::TransformSize stored_size(const StoredHeader& h) { return fft::TransformSiz
 }  // namespace
 
 double FFTv4::release_stored(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const fft::Block* points,
-                             uint64_t coefficient_count, const MultiplyContext& context) const {
+                             const fft::PointLayout& points_layout, uint64_t coefficient_count,
+                             const MultiplyContext& context) const {
     inject_fault(const_cast<fft::Block*>(points), size.complex_points());
     return store(C, CL, points, size.complex_points(), size.bits, coefficient_count, config_.max_distance_limit,
-                 context.parallelizer, task_count(context, config_, size.complex_points()));
+                 context.parallelizer, task_count(context, config_, size.complex_points()), points_layout);
 }
 
 double FFTv4::stored_convolve(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const uint64_t* X,
@@ -389,15 +405,15 @@ double FFTv4::stored_convolve(uint64_t* C, uint64_t CL, const fft::TransformSize
     const uint64_t n = size.complex_points();
     const uint64_t tds = task_count(context, config_, n);
     // X is read completely before the release writes C, so X may be C's own words.
-    if (stream_operands(*l.transform, config_)) {
-        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + align_up(l.transform->scratch_bytes(kMaxTds), 128);
+    if (stream_operands(size, config_)) {
+        auto* carries = reinterpret_cast<uint8_t*>(tscratch) + transform_scratch(size);
         const fft::SplitSource x(X, XL, size.bits, config_.mode, n, carries, p, tds, seed);
-        l.transform->convolve(x, work, other, points, tscratch, p, tds);
-    } else {
-        fft::split_words(X, XL, size.bits, config_.mode, points, n, p, tds, seed);
-        l.transform->convolve(points, work, other, points, tscratch, p, tds);
+        l.transform().convolve(x, work, other, work, tscratch, p, tds);
+        return release_stored(C, CL, size, work, l.transform().work_layout(), coefficient_count, context);
     }
-    return release_stored(C, CL, size, points, coefficient_count, context);
+    fft::split_words(X, XL, size.bits, config_.mode, points, n, p, tds, seed);
+    l.transform().convolve(points, work, other, points, tscratch, p, tds);
+    return release_stored(C, CL, size, points, fft::PointLayout{}, coefficient_count, context);
 }
 
 void FFTv4::recover_operand(const char* function, uint64_t* W, const void* T, void* scratch,
@@ -406,14 +422,14 @@ void FFTv4::recover_operand(const char* function, uint64_t* W, const void* T, vo
     const fft::TransformSize size = stored_size(h);
     const Layout l = layout(size, true);
     char* base = align_pointer(scratch);
-    auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
     Parallelizer* p = context.parallelizer;
     const uint64_t tds = task_count(context, config_, size.complex_points());
-    std::memcpy(work, work_of(T), l.transform->work_bytes());
-    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, p, tds);
-    const double distance = store(W, h.operand_words, points, size.complex_points(), size.bits,
-                                  digits_of(h.operand_words, size.bits) + 1, config_.max_distance_limit, p, tds);
+    std::memcpy(work, work_of(T), l.transform().work_bytes());
+    l.transform().inverse(work, work, base + l.points_bytes + l.work_bytes, p, tds);
+    const double distance = store(W, h.operand_words, work, size.complex_points(), size.bits,
+                                  digits_of(h.operand_words, size.bits) + 1, config_.max_distance_limit, p, tds,
+                                  l.transform().work_layout());
     if (!(distance <= config_.max_distance_limit) || W[0] != h.bottom_word)
         throw AlgorithmFailedException(function, "Stored transform does not hold its operand.");
 }
@@ -476,12 +492,11 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, 
     if (scratch_bytes < l.total_bytes) throw BufferTooSmallException(kFunction, scratch_bytes, l.total_bytes);
 
     char* base = align_pointer(scratch);
-    auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
-    std::memcpy(work, work_of(TA), l.transform->work_bytes());
+    std::memcpy(work, work_of(TA), l.transform().work_bytes());
     const uint64_t tds = task_count(context, config_, size.complex_points());
-    l.transform->pointwise_multiply(work, work_of(TB), context.parallelizer, tds);
-    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
+    l.transform().pointwise_multiply(work, work_of(TB), context.parallelizer, tds);
+    l.transform().inverse(work, work, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
     const uint64_t CL = ha.operand_words + hb.operand_words;
     const uint64_t coefficients = digits_of(ha.operand_words, size.bits) + digits_of(hb.operand_words, size.bits) + 1;
     // A redo takes B's words back from its transform into C and splits them afresh.
@@ -489,7 +504,7 @@ double FFTv4::multiply_transformed(uint64_t* C, const void* TA, const void* TB, 
         recover_operand(kFunction, C, TB, scratch, context);
         return stored_convolve(C, CL, size, C, hb.operand_words, work_of(TA), coefficients, seed, scratch, context);
     };
-    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, points, coefficients, context),
+    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, work, l.transform().work_layout(), coefficients, context),
                          ha.bottom_word * hb.bottom_word, redo);
 }
 
@@ -506,12 +521,11 @@ double FFTv4::square_transformed(uint64_t* C, const void* TA, void* scratch, uin
     if (scratch_bytes < l.total_bytes) throw BufferTooSmallException(kFunction, scratch_bytes, l.total_bytes);
 
     char* base = align_pointer(scratch);
-    auto* points = reinterpret_cast<fft::Block*>(base);
     auto* work = reinterpret_cast<fft::Block*>(base + l.points_bytes);
-    std::memcpy(work, work_of(TA), l.transform->work_bytes());
+    std::memcpy(work, work_of(TA), l.transform().work_bytes());
     const uint64_t tds = task_count(context, config_, size.complex_points());
-    l.transform->pointwise_square(work, context.parallelizer, tds);
-    l.transform->inverse(work, points, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
+    l.transform().pointwise_square(work, context.parallelizer, tds);
+    l.transform().inverse(work, work, base + l.points_bytes + l.work_bytes, context.parallelizer, tds);
     const uint64_t CL = 2 * h.operand_words;
     const uint64_t coefficients = 2 * digits_of(h.operand_words, size.bits) + 1;
     // A redo takes A's words back into C and squares them split afresh.
@@ -519,7 +533,7 @@ double FFTv4::square_transformed(uint64_t* C, const void* TA, void* scratch, uin
         recover_operand(kFunction, C, TA, scratch, context);
         return stored_convolve(C, CL, size, C, h.operand_words, nullptr, coefficients, seed, scratch, context);
     };
-    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, points, coefficients, context),
+    return finish_stored(kFunction, C, CL, size, release_stored(C, CL, size, work, l.transform().work_layout(), coefficients, context),
                          h.bottom_word * h.bottom_word, redo);
 }
 

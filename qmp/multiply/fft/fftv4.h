@@ -113,9 +113,10 @@ public:
     // coefficients above `coefficient_count` must vanish. Returns the max distance. When the
     // distance is within `limit` but a value lands past the range: AlgorithmFailedException
     // "Index has overrun range: is > oe" (a larger distance is left to the caller's retry).
+    // `points_layout`: where the points lie (the work layout after an in-place inverse).
     static double store(uint64_t* C, uint64_t CL, const fft::Block* points, uint64_t n_complex,
                         int bits, uint64_t coefficient_count, double limit, Parallelizer* parallelizer,
-                        uint64_t tds);
+                        uint64_t tds, const fft::PointLayout& points_layout = {});
 
     // ---- Plans.
     // The transform a product of `product_words` words uses (`retry`: the one size up), with
@@ -154,7 +155,9 @@ public:
 
 private:
     struct Layout {
-        const fft::Transform* transform = nullptr;
+        int m = 1, k = 0;
+        // Built on first use only: sizing never builds a transform.
+        const fft::Transform& transform() const;
         uint64_t points_bytes = 0;
         uint64_t work_bytes = 0;
         uint64_t scratch_bytes = 0;
@@ -175,7 +178,8 @@ private:
                        const MultiplyContext& context) const;
     // Rounds the inverse in `points` into C[0, CL) and returns the max distance (no check).
     double release_stored(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const fft::Block* points,
-                          uint64_t coefficient_count, const MultiplyContext& context) const;
+                          const fft::PointLayout& points_layout, uint64_t coefficient_count,
+                          const MultiplyContext& context) const;
     // C = (operand of the stored transform `other`, or X when `other` is null) * X, with X[0, XL)
     // split with `seed` on the stored size; returns the max distance. X may live in C.
     double stored_convolve(uint64_t* C, uint64_t CL, const fft::TransformSize& size, const uint64_t* X,

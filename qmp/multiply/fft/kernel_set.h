@@ -32,6 +32,7 @@ struct ReductionConstants {
     double cos_qr[7][7] = {};     // m > 1: cos(2 pi qr / m)
     double sin_qr[7][7] = {};     // m > 1: sin(2 pi qr / m)
     double inv_n = 1.0;           // 1/n
+    bool out_padded = false;      // inverse writes out[j*pitch + padded_block(i)]: in place over work
 };
 
 // Physical block of logical block i of a sub-transform: one padding block per 128.
@@ -40,7 +41,8 @@ inline uint64_t padded_block(uint64_t i) { return i + (i >> 7); }
 struct KernelSet {
     const char* name;
     // Block indices i = i0 + c*step, c < count. Forward reads in[j*B + i], writes
-    // work[j*pitch + padded_block(i)]; inverse the other way round.
+    // work[j*pitch + padded_block(i)]; inverse the other way round (or, with rc.out_padded, back
+    // to the same padded positions, so that out may be work itself).
     void (*reduce_forward)(const ReductionConstants& rc, const Block* in, Block* work, uint64_t i0,
                            uint64_t count, uint64_t step);
     void (*reduce_inverse)(const ReductionConstants& rc, const Block* work, Block* out,

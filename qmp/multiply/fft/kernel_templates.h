@@ -299,10 +299,14 @@ struct Kernels {
         for (uint64_t c = 0; c < count; ++c) {
             const uint64_t i = i0 + c * step;
             const uint64_t pi = padded_block(i);
+            // Every lane of the w inputs is loaded before any is stored, so out may be work.
+            const uint64_t out_pitch = rc.out_padded ? rc.sub_pitch : rc.sub_blocks;
+            const uint64_t oi = rc.out_padded ? pi : i;
             if (step > 1 && c + kPrefetchAhead < count) {
                 const uint64_t ia = i + kPrefetchAhead * step;
+                const uint64_t oa = rc.out_padded ? padded_block(ia) : ia;
                 #pragma GCC unroll 8
-                for (int j = 0; j < w; ++j) prefetch_block(out + j * rc.sub_blocks + ia, 1);
+                for (int j = 0; j < w; ++j) prefetch_block(out + j * out_pitch + oa, 1);
             }
             for (int v = 0; v < NV; ++v) {
                 const int o = v * T::W;
@@ -331,8 +335,8 @@ struct Kernels {
                 }
                 #pragma GCC unroll 8
                 for (int j = 0; j < w; ++j) {
-                    T::st(out[j * rc.sub_blocks + i].re + o, xr[j]);
-                    T::st(out[j * rc.sub_blocks + i].im + o, xi[j]);
+                    T::st(out[j * out_pitch + oi].re + o, xr[j]);
+                    T::st(out[j * out_pitch + oi].im + o, xi[j]);
                 }
             }
         }

@@ -44,10 +44,19 @@ void log_redo(const char* function, double distance, const TransformSize& size) 
 
 // Operands are split straight into the transform's column pass when the points would not stay
 // in the last-level cache (FFTv4's rule and threshold, 16 MiB of points).
+// Streamed operands need no points array: inverses then run in place in the work area.
 bool streams(const Transform& t) { return t.streams_input() && t.complex_points() * 16 >= (uint64_t(16) << 20); }
+bool streams(const TransformSize& s) {
+    return transform_streams_input(s.m, s.k) && s.complex_points() * 16 >= (uint64_t(16) << 20);
+}
+uint64_t points_bytes(const Transform& t) { return streams(t) ? 0 : align_up(t.complex_points() * 16, 128); }
+// Where the points of a product are released from: `points` (split input and output), or the
+// work area when the operands stream.
+Block* product_points(const Transform& t, Block* points, Block* work) { return streams(t) ? work : points; }
+PointLayout product_layout(const Transform& t) { return streams(t) ? t.work_layout() : PointLayout{}; }
 
-// Forward transform (into `work`) or product with `other` (into `points`) of A's digits, split
-// into `points` first or streamed from the words.
+// Forward transform (into `work`) or product with `other` (into product_points()) of A's
+// digits, split into `points` first or streamed from the words.
 void transform_operand(const Transform& t, const uint64_t* A, uint64_t AL, int bits, Block* points, Block* work,
                        const Block* other, void* tscratch, uint8_t* carries, Parallelizer* parallelizer,
                        uint64_t ts, uint64_t seed = kDitherSeed) {
@@ -57,7 +66,7 @@ void transform_operand(const Transform& t, const uint64_t* A, uint64_t AL, int b
         if (other == nullptr)
             t.forward(source, work, tscratch, parallelizer, ts);
         else
-            t.convolve(source, work, other, points, tscratch, parallelizer, ts);
+            t.convolve(source, work, other, work, tscratch, parallelizer, ts);
         return;
     }
     split_words(A, AL, bits, DigitMode::Dithered, points, n, parallelizer, ts, seed);
@@ -99,13 +108,14 @@ NegacyclicProduct::NegacyclicProduct(const TransformSize& size) : size_(size) {
     words_ = size_.real_points() * uint64_t(size_.bits) / 64;
 }
 
-uint64_t NegacyclicProduct::stored_bytes() const { return align_up(transform_of(size_).work_bytes(), 128); }
+uint64_t NegacyclicProduct::stored_bytes() const { return align_up(transform_work_bytes(size_.m, size_.k), 128); }
 
-// [ align | points | work | transform scratch | N + 2 released words | split carries ]
+// [ align | points (none when operands stream) | work | transform scratch | N + 2 released words |
+//   split carries ]
 uint64_t NegacyclicProduct::scratch_bytes() const {
-    const Transform& t = transform_of(size_);
-    return 128 + align_up(size_.complex_points() * 16, 128) + align_up(t.work_bytes(), 128) +
-           align_up(t.scratch_bytes(kMaxTds), 128) + align_up((words_ + 2) * 8, 128) +
+    const uint64_t points = streams(size_) ? 0 : align_up(size_.complex_points() * 16, 128);
+    return 128 + points + align_up(transform_work_bytes(size_.m, size_.k), 128) +
+           align_up(transform_scratch_bytes(size_.m, size_.k, kMaxTds), 128) + align_up((words_ + 2) * 8, 128) +
            SplitSource::scratch_bytes(size_.complex_points());
 }
 
@@ -114,10 +124,10 @@ void NegacyclicProduct::forward(void* T, const uint64_t* A, uint64_t AL, void* s
     if (AL == 0 || AL >= words_)
         throw InvalidParametersException("NegacyclicProduct::forward()", "Operand does not fit the transform.");
     const Transform& t = transform_of(size_);
-    const uint64_t n = size_.complex_points(), ts = tasks(size_, parallelizer, tds);
+    const uint64_t ts = tasks(size_, parallelizer, tds);
     char* base = align_pointer(scratch);
     auto* points = reinterpret_cast<Block*>(base);
-    void* tscratch = base + align_up(n * 16, 128) + align_up(t.work_bytes(), 128);
+    void* tscratch = base + points_bytes(t) + align_up(t.work_bytes(), 128);
     auto* carries = static_cast<uint8_t*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128) +
                     align_up((words_ + 2) * 8, 128);
     transform_operand(t, A, AL, size_.bits, points, static_cast<Block*>(T), nullptr, tscratch, carries, parallelizer,
@@ -128,18 +138,18 @@ double NegacyclicProduct::multiply(uint64_t* C, const void* TA, const uint64_t* 
                                    Parallelizer* parallelizer, uint64_t tds) const {
     if (BL == 0 || BL >= words_) throw InvalidParametersException(kMultiply, "Operand does not fit the transform.");
     const Transform& t = transform_of(size_);
-    const uint64_t n = size_.complex_points(), ts = tasks(size_, parallelizer, tds);
+    const uint64_t ts = tasks(size_, parallelizer, tds);
     char* base = align_pointer(scratch);
     auto* points = reinterpret_cast<Block*>(base);
-    auto* work = reinterpret_cast<Block*>(base + align_up(n * 16, 128));
-    void* tscratch = base + align_up(n * 16, 128) + align_up(t.work_bytes(), 128);
+    auto* work = reinterpret_cast<Block*>(base + points_bytes(t));
+    void* tscratch = base + points_bytes(t) + align_up(t.work_bytes(), 128);
     auto* S = reinterpret_cast<uint64_t*>(static_cast<char*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128));
     auto* carries = reinterpret_cast<uint8_t*>(S) + align_up((words_ + 2) * 8, 128);
     // A redo splits B with fresh digits against the same stored transform of A.
     auto attempt = [&](uint64_t seed) {
         transform_operand(t, B, BL, size_.bits, points, work, static_cast<const Block*>(TA), tscratch, carries,
                           parallelizer, ts, seed);
-        return release(C, points, S, parallelizer, tds, kMultiply);
+        return release(C, product_points(t, points, work), product_layout(t), S, parallelizer, tds, kMultiply);
     };
     double distance = attempt(kDitherSeed);
     if (!(distance <= kMaxDistance)) {
@@ -156,39 +166,41 @@ double NegacyclicProduct::square(uint64_t* C, const void* TA, void* scratch, Par
     const uint64_t n = size_.complex_points(), ts = tasks(size_, parallelizer, tds);
     char* base = align_pointer(scratch);
     auto* points = reinterpret_cast<Block*>(base);
-    auto* work = reinterpret_cast<Block*>(base + align_up(n * 16, 128));
-    void* tscratch = base + align_up(n * 16, 128) + align_up(t.work_bytes(), 128);
+    auto* work = reinterpret_cast<Block*>(base + points_bytes(t));
+    void* tscratch = base + points_bytes(t) + align_up(t.work_bytes(), 128);
     auto* S = reinterpret_cast<uint64_t*>(static_cast<char*>(tscratch) + align_up(t.scratch_bytes(kMaxTds), 128));
     static const char* kSquare = "NegacyclicProduct::square()";
     copy_words(reinterpret_cast<uint64_t*>(work), static_cast<const uint64_t*>(TA), t.work_bytes() / 8);
     t.pointwise_square(work, parallelizer, ts);
-    t.inverse(work, points, tscratch, parallelizer, ts);
-    double distance = release(C, points, S, parallelizer, tds, kSquare);
+    t.inverse(work, work, tscratch, parallelizer, ts);
+    double distance = release(C, work, t.work_layout(), S, parallelizer, tds, kSquare);
     if (!(distance <= kMaxDistance)) {
         // A redo takes A's words back from its transform (the inverse of the forward transform
         // alone) into S and squares them split with fresh digits.
         log_redo(kSquare, distance, size_);
         copy_words(reinterpret_cast<uint64_t*>(work), static_cast<const uint64_t*>(TA), t.work_bytes() / 8);
-        t.inverse(work, points, tscratch, parallelizer, ts);
-        const ReleaseStatus operand = release_points(points, n, size_.bits, 2 * n, S, words_, parallelizer, ts);
+        t.inverse(work, work, tscratch, parallelizer, ts);
+        const ReleaseStatus operand =
+            release_points(work, n, size_.bits, 2 * n, S, words_, parallelizer, ts, t.work_layout());
         if (!(operand.max_distance <= kMaxDistance) || operand.overrun)
             throw AlgorithmFailedException(kSquare, "Stored transform does not hold its operand.");
         auto* carries = reinterpret_cast<uint8_t*>(S) + align_up((words_ + 2) * 8, 128);
         transform_operand(t, S, normalized_length(S, words_), size_.bits, points, work, nullptr, tscratch, carries,
                           parallelizer, ts, fresh_dither_seed());
         t.pointwise_square(work, parallelizer, ts);
-        t.inverse(work, points, tscratch, parallelizer, ts);
-        distance = release(C, points, S, parallelizer, tds, kSquare);
+        t.inverse(work, work, tscratch, parallelizer, ts);
+        distance = release(C, work, t.work_layout(), S, parallelizer, tds, kSquare);
     }
     if (!(distance <= kMaxDistance)) throw AlgorithmFailedException(kSquare, "Rounding error is too large.");
     return distance;
 }
 
-double NegacyclicProduct::release(uint64_t* C, const void* points_in, uint64_t* S, Parallelizer* parallelizer,
+double NegacyclicProduct::release(uint64_t* C, const void* points_in, const PointLayout& layout, uint64_t* S,
+                                  Parallelizer* parallelizer,
                                   uint64_t tds, const char* function) const {
     const uint64_t n = size_.complex_points(), ts = tasks(size_, parallelizer, tds), N = words_;
     const auto* points = static_cast<const Block*>(points_in);
-    const ReleaseStatus status = release_points(points, n, size_.bits, 2 * n, S, N + 2, parallelizer, ts);
+    const ReleaseStatus status = release_points(points, n, size_.bits, 2 * n, S, N + 2, parallelizer, ts, layout);
     if (!(status.max_distance <= kMaxDistance)) return status.max_distance;  // the caller redoes or fails
     const bool negative = (S[N + 1] >> 63) != 0;
     if (status.overrun && !negative) throw AlgorithmFailedException(function, "Product has overrun its range.");

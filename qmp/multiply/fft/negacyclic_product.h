@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "qmp/multiply/fft/plan.h"
+#include "qmp/multiply/fft/transform.h"
 
 namespace qmp {
 class Parallelizer;
@@ -52,9 +53,10 @@ public:
     double square(uint64_t* C, const void* TA, void* scratch, Parallelizer* parallelizer, uint64_t tds) const;
 
 private:
-    // Rounds and releases the inverse transform `points` into C as the least residue.
-    double release(uint64_t* C, const void* points, uint64_t* S, Parallelizer* parallelizer, uint64_t tds,
-                   const char* function) const;
+    // Rounds and releases the inverse transform `points` (lying as `layout` says) into C as the
+    // least residue.
+    double release(uint64_t* C, const void* points, const PointLayout& layout, uint64_t* S,
+                   Parallelizer* parallelizer, uint64_t tds, const char* function) const;
 
     TransformSize size_;
     uint64_t words_ = 0;

@@ -86,8 +86,8 @@ inline void release_group(const int64_t* c, __int128& acc, uint64_t* out, std::i
 // The top chunk has word_end = CL and may hold coefficients whose bits lie above it; whole
 // groups of 64 whose words lie below word_end take the unrolled path, the rest the general one.
 template <int B>
-ChunkResult release_chunk(const double* p, uint64_t n, uint64_t j0, uint64_t j1, uint64_t* C,
-                          uint64_t word_end) {
+ChunkResult release_chunk(const double* p, const PointLayout& layout, uint64_t n, uint64_t j0, uint64_t j1,
+                          uint64_t* C, uint64_t word_end) {
     constexpr int bits = B;
     ChunkResult r{0.0, 0, false, 0};
     __m256d max_distance = _mm256_setzero_pd(), bad = _mm256_setzero_pd();
@@ -98,7 +98,8 @@ ChunkResult release_chunk(const double* p, uint64_t n, uint64_t j0, uint64_t j1,
     // multiple of 64), B words.
     for (; j + 64 <= j1 && word + B <= word_end && (j < n) == (j + 63 < n); j += 64, word += B) {
         const uint64_t i = j < n ? j : j - n;
-        const double* src = p + (i >> 3) * 16 + (j < n ? 0 : 8);
+        // 8 blocks from a multiple of 8 never cross a padding block of the work layout.
+        const double* src = p + layout.block(i >> 3) * 16 + (j < n ? 0 : 8);
         // One side of 8 blocks per group is one cache line in every other line: a stride the
         // hardware prefetchers follow late, and the carry chain leaves the core too little
         // out-of-order room to hide DRAM latency on large products. Fetch a few groups ahead.
@@ -111,7 +112,7 @@ ChunkResult release_chunk(const double* p, uint64_t n, uint64_t j0, uint64_t j1,
     for (; j < j1; j += 8) {
         // n is a multiple of 8, so a group of 8 lies on one side.
         const uint64_t i = j < n ? j : j - n;
-        const double* src = p + (i >> 3) * 16 + (j < n ? 0 : 8);
+        const double* src = p + layout.block(i >> 3) * 16 + (j < n ? 0 : 8);
         int64_t c[8];
         round_group(src, c, max_distance, bad);
         // Past j1 the lanes belong to the caller's zero check, not to this sum.
@@ -146,13 +147,13 @@ ChunkResult release_chunk(const double* p, uint64_t n, uint64_t j0, uint64_t j1,
 }
 
 // Coefficients [t0, t1) above the product must round to zero; reports their distances.
-ChunkResult tail_check(const double* p, uint64_t n, int bits, uint64_t t0, uint64_t t1) {
+ChunkResult tail_check(const double* p, const PointLayout& layout, uint64_t n, int bits, uint64_t t0, uint64_t t1) {
     ChunkResult r{0.0, 0, false, 0};
     __m256d max_distance = _mm256_setzero_pd(), bad = _mm256_setzero_pd();
     for (uint64_t j = t0 & ~uint64_t(7); j < t1; j += 8) {
         const uint64_t i = j < n ? j : j - n;
         int64_t c[8];
-        round_group(p + (i >> 3) * 16 + (j < n ? 0 : 8), c, max_distance, bad);
+        round_group(p + layout.block(i >> 3) * 16 + (j < n ? 0 : 8), c, max_distance, bad);
         for (uint64_t k = 0; k < 8; ++k) {
             if (j + k >= t0 && j + k < t1 && c[k] != 0 && !r.overrun) {
                 r.overrun = true;
@@ -167,7 +168,8 @@ ChunkResult tail_check(const double* p, uint64_t n, int bits, uint64_t t0, uint6
     return r;
 }
 
-using ChunkFunction = ChunkResult (*)(const double*, uint64_t, uint64_t, uint64_t, uint64_t*, uint64_t);
+using ChunkFunction = ChunkResult (*)(const double*, const PointLayout&, uint64_t, uint64_t, uint64_t, uint64_t*,
+                                      uint64_t);
 
 template <int... B>
 constexpr std::array<ChunkFunction, sizeof...(B)> chunk_functions(std::integer_sequence<int, B...>) {
@@ -190,7 +192,7 @@ __int128 add_signed_carry(uint64_t* C, uint64_t begin, uint64_t end, __int128 ca
 
 ReleaseStatus release_points(const Block* points, uint64_t n_complex, int bits,
                              uint64_t coefficient_count, uint64_t* C, uint64_t CL,
-                             Parallelizer* parallelizer, uint64_t tds) {
+                             Parallelizer* parallelizer, uint64_t tds, const PointLayout& layout) {
     const uint64_t n = n_complex;
     const double* p = &points[0].re[0];
     const uint64_t J = std::min(coefficient_count, 2 * n);
@@ -218,12 +220,12 @@ ReleaseStatus release_points(const Block* points, uint64_t n_complex, int bits,
     auto task = [&](uint64_t i) {
         if (i >= chunks) {
             const uint64_t t0 = J + (i - chunks) * tail_step;
-            results[i] = tail_check(p, n, bits, std::min(t0, 2 * n), std::min(t0 + tail_step, 2 * n));
+            results[i] = tail_check(p, layout, n, bits, std::min(t0, 2 * n), std::min(t0 + tail_step, 2 * n));
             return;
         }
         const bool top = i + 1 == chunks;
         const uint64_t word_end = top ? CL : word_begin(i + 1);
-        results[i] = release_one(p, n, begin[i], top ? J : begin[i + 1], C, word_end);
+        results[i] = release_one(p, layout, n, begin[i], top ? J : begin[i + 1], C, word_end);
     };
     const uint64_t task_count = chunks + tail_tasks;
     if (parallelizer != nullptr && tds > 1 && task_count > 1) {

@@ -28,9 +28,10 @@ struct ReleaseStatus {
     uint64_t overrun_index = 0;
 };
 
+// `layout` says where natural block b lies (the work layout after an in-place inverse).
 ReleaseStatus release_points(const Block* points, uint64_t n_complex, int bits,
                              uint64_t coefficient_count, uint64_t* C, uint64_t CL,
-                             Parallelizer* parallelizer, uint64_t tds);
+                             Parallelizer* parallelizer, uint64_t tds, const PointLayout& layout = {});
 
 // Adds the signed value `carry` into C[begin, end) with propagation; returns what is left above
 // `end` (0 when the carry was absorbed). The block carry fix-up between independently released

@@ -52,10 +52,19 @@ Transform::~Transform() { delete engine_; }
 
 uint64_t Transform::work_bytes() const { return engine_->work_blocks() * sizeof(Block); }
 
-uint64_t Transform::scratch_bytes(uint64_t tds) const {
-    (void)tds;
-    return 0;
+// The engine's geometry: w sub-transforms of B = 2^(k-d-3) blocks at a pitch of B + 1 + B/128,
+// one extra block; four-step grids of R = B/128 rows stream their input from R >= 8.
+uint64_t transform_work_bytes(int m, int k) {
+    const Reduction& red = get_reduction(m, k);
+    const uint64_t blocks = uint64_t(1) << (k - red.depth - 3);
+    return (uint64_t(red.sub_transforms) * (blocks + 1 + blocks / 128) + 1) * sizeof(Block);
 }
+
+bool transform_streams_input(int m, int k) { return k - get_reduction(m, k).depth - 3 >= 7 + 3; }
+
+uint64_t transform_scratch_bytes(int, int, uint64_t) { return 0; }
+
+uint64_t Transform::scratch_bytes(uint64_t tds) const { return transform_scratch_bytes(multiplier_, k_, tds); }
 
 void Transform::forward(const Block* input, Block* work, void* scratch, Parallelizer* p,
                         uint64_t tds) const {
@@ -84,6 +93,8 @@ void Transform::convolve(const Block* input, Block* work, const Block* other, Bl
 }
 
 bool Transform::streams_input() const { return engine_->streams_input(); }
+
+PointLayout Transform::work_layout() const { return engine_->work_layout(); }
 
 void Transform::forward(const BlockSource& input, Block* work, void* scratch, Parallelizer* p, uint64_t tds) const {
     (void)scratch;

@@ -26,6 +26,19 @@ struct alignas(128) Block {
 };
 static_assert(sizeof(Block) == 128);
 
+// Where natural block b of a transform's output lives: at b (sub_blocks == 0: a points array),
+// or in the work layout an in-place inverse leaves behind: sub-transform b / B at a pitch of P
+// blocks, one padding block after every 128 (B = sub_blocks, a power of two, P = sub_pitch).
+struct PointLayout {
+    uint64_t sub_blocks = 0;
+    uint64_t sub_pitch = 0;
+    uint64_t block(uint64_t b) const {
+        if (sub_blocks == 0) return b;
+        const uint64_t i = b & (sub_blocks - 1);
+        return (b / sub_blocks) * sub_pitch + i + (i >> 7);
+    }
+};
+
 class TransformEngine;
 
 // Input produced on demand: fill() writes blocks [first_block, first_block + count) of the
@@ -51,6 +64,8 @@ public:
     uint64_t work_bytes() const;
     // Extra scratch that forward()/inverse() need with `tds` tasks (0 today).
     uint64_t scratch_bytes(uint64_t tds) const;
+    // Where an inverse with output == work leaves the points.
+    PointLayout work_layout() const;
 
     // Forward transform. `input`: n/8 blocks in natural order, point t holds x_t + i*x_{t+n}.
     // `work` (work_bytes(), 128-aligned) receives the transform in internal order. `input` and
@@ -63,7 +78,8 @@ public:
     void pointwise_square(Block* a, Parallelizer* p, uint64_t tds) const;
     // Inverse transform, scaled by 1/n (1/m folded in). `work` is consumed (overwritten);
     // `output` (n/8 blocks, natural order) gets point t = c_t + i*c_{t+n}. `output` may alias an
-    // input buffer but must not overlap `work`.
+    // input buffer; it must not overlap `work` unless it is `work` itself: the points then stay
+    // in the work area, block b at work_layout().block(b), and a product needs no points array.
     void inverse(Block* work, Block* output, void* scratch, Parallelizer* p,
                  uint64_t tds) const;
 
@@ -71,7 +87,8 @@ public:
     // *= work when `other` is null: a square), inverse(work -> output). The pointwise product
     // runs inside the row pass while each row is in cache, which saves two sweeps over the work
     // area. `other` is a forward transform of this transform (it may be `work` of another
-    // operand, not `work` itself); `output` may alias `input`. Same values as the three calls.
+    // operand, not `work` itself); `output` may alias `input`, or be `work` (as for inverse()).
+    // Same values as the three calls.
     void convolve(const Block* input, Block* work, const Block* other, Block* output, void* scratch,
                   Parallelizer* p, uint64_t tds) const;
 
@@ -97,6 +114,12 @@ private:
     uint64_t complex_points_;
     const TransformEngine* engine_;  // owned
 };
+
+// What get_transform(m, k, ...).work_bytes(), .scratch_bytes() and .streams_input() return, from the
+// shape alone: sizing a buffer must not build a transform (its twiddle tables stay in memory).
+uint64_t transform_work_bytes(int m, int k);
+uint64_t transform_scratch_bytes(int m, int k, uint64_t tds);
+bool transform_streams_input(int m, int k);
 
 // Bytes of the twiddle tables of every transform built so far (get_transform() builds each
 // shape once, on first use, and keeps it).

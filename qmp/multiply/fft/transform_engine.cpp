@@ -221,11 +221,16 @@ void TransformEngine::inverse_row_unit(const KernelSet& ks, Block* work, uint64_
     ks.dit_vertical(srow, kRowBlocks + 1, gr.s, kRowBlocks, straight_[j].data(), log_r_ - gr.s, r);
 }
 
+// With out == work the reduction writes each block back where it read it (the work layout,
+// see work_layout()): every column group reads and writes only its own blocks, so no points
+// array is needed.
 void TransformEngine::inverse_columns(const KernelSet& ks, Block* work, Block* out, Parallelizer* p,
                                       uint64_t tds) const {
+    ReductionConstants rc = rc_;
+    rc.out_padded = out == work;
     if (!four_step()) {
         run_split(p, tds, blocks_, [&](uint64_t b, uint64_t e) {
-            ks.reduce_inverse(rc_, work, out, b, e - b, 1);
+            ks.reduce_inverse(rc, work, out, b, e - b, 1);
         });
         return;
     }
@@ -237,11 +242,11 @@ void TransformEngine::inverse_columns(const KernelSet& ks, Block* work, Block* o
                 ks.dit_vertical(work + j * pitch_ + padded_block(c0), gr.super_pitch, log_r_ - gr.s, gr.group,
                                 straight_[j].data(), 0, 0);
             for (uint64_t r = 0; r < gr.super_rows; ++r) {
-                if (r + kPrefetchRows < gr.super_rows) {
+                if (r + kPrefetchRows < gr.super_rows && !rc.out_padded) {
                     const uint64_t ia = c0 + (r + kPrefetchRows) * gr.super_blocks;
                     for (int j = 0; j < w_; ++j) prefetch_blocks(out + j * blocks_ + ia, gr.group, 1);
                 }
-                ks.reduce_inverse(rc_, work, out, c0 + r * gr.super_blocks, gr.group, 1);
+                ks.reduce_inverse(rc, work, out, c0 + r * gr.super_blocks, gr.group, 1);
             }
         }
     });

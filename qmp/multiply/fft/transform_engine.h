@@ -29,6 +29,8 @@ public:
     int sub_exponent() const { return log_l_; }  // k - d
     uint64_t complex_points() const { return n_; }
     uint64_t work_blocks() const { return uint64_t(w_) * pitch_ + 1; }
+    // Where an in-place inverse (out == work) leaves natural block b.
+    PointLayout work_layout() const { return PointLayout{blocks_, pitch_}; }
     bool four_step() const { return log_r_ > 0; }
     uint64_t rows() const { return uint64_t(1) << log_r_; }
 

@@ -83,10 +83,10 @@ TEST(SplitModulusFFT, JoinChecksFireAndScratchIsSmaller) {
     EXPECT_EQ(product(sft, A, B, false), test::karatsuba_product(A, B));
 
     // The point of the algorithm: the scratch of large products, against one transform's (at
-    // most 0.8 of it: the sizes of the two are quantized differently).
+    // most 0.9 of it: both release in place, and their sizes are quantized differently).
     const FFTv4 fft;
     for (uint64_t P : {uint64_t(1100000), uint64_t(6000000), uint64_t(20000000)})
-        EXPECT_LT(double(sft.multiply_buffer_bytes(P)), 0.8 * double(fft.multiply_buffer_bytes(P))) << P;
+        EXPECT_LT(double(sft.multiply_buffer_bytes(P)), 0.9 * double(fft.multiply_buffer_bytes(P))) << P;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Plan-time behaviour of the transforms: the reduction table, the construction checks and their
 // order and texts, the twiddle tables' checks and their accuracy against long double.
+#include "qmp/multiply/fft/plan.h"
 #include "qmp/multiply/fft/reduction.h"
 #include "qmp/multiply/fft/transform.h"
 #include "qmp/multiply/fft/twiddle_tables.h"
@@ -61,6 +62,18 @@ TEST(FftTransformChecks, SharedTransformsAreBuiltOnce) {
     // 5 sub-transforms of 2^11 points = 256 blocks, each padded by 1 + 256/128 blocks, + 1.
     EXPECT_EQ(a.work_bytes(), (5 * (256 + 1 + 2) + 1) * 128u);
     EXPECT_EQ(a.scratch_bytes(4), 0u);
+    // Buffer sizing reads the same figures from the shape alone, without building a transform.
+    int streaming = 0;
+    for (int m : {1, 3, 5, 7}) {
+        for (int k = minimum_k(m); k <= 17; ++k) {
+            const Transform& t = get_transform(m, k, 0);
+            EXPECT_EQ(transform_work_bytes(m, k), t.work_bytes()) << m << " " << k;
+            EXPECT_EQ(transform_streams_input(m, k), t.streams_input()) << m << " " << k;
+            EXPECT_EQ(transform_scratch_bytes(m, k, 4), t.scratch_bytes(4));
+            streaming += t.streams_input();
+        }
+    }
+    EXPECT_GT(streaming, 0);
 }
 
 TEST(FftTwiddleTables, ChecksAndMessages) {
