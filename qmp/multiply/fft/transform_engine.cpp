@@ -10,6 +10,7 @@
 // input on the fly from a BlockSource instead of reading a points buffer.
 #include "qmp/multiply/fft/transform_engine.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace qmp::fft {
@@ -63,8 +64,27 @@ TransformEngine::TransformEngine(int m, int k) : m_(m), k_(k) {
             }
         }
     }
+    // Rows of grids with >= 8 rows factor their straight twiddles (StraightTable needs 8 entries):
+    // the full table would be 2 bytes per complex point, 1/8 of the data it transforms.
+    factored_rows_ = log_r_ >= 3;
     straight_.reserve(w_);
-    for (int j = 0; j < w_; ++j) straight_.emplace_back(sub_root(m, d_, j), log_b_);
+    for (int j = 0; j < w_; ++j) straight_.emplace_back(sub_root(m, d_, j), factored_rows_ ? log_r_ : log_b_);
+    if (factored_rows_) {
+        const uint64_t rows = uint64_t(1) << log_r_;
+        row_sigma_.assign(kRowBlocks, Cplx{0.0, 0.0});
+        for (int D = 0; D < kRowBlockLevels; ++D)
+            for (uint64_t g = 0; g < (uint64_t(1) << D); ++g)
+                row_sigma_[(uint64_t(1) << D) + g] = unit_root_rounded(bit_reverse(g, D), uint64_t(2) << D);
+        row_rho_.assign(uint64_t(w_) * rows * 8, Cplx{0.0, 0.0});
+        for (int j = 0; j < w_; ++j) {
+            const RootFraction root = sub_root(m, d_, j);
+            for (uint64_t r = 0; r < rows; ++r) {
+                const uint64_t num = root.p + root.q * bit_reverse(r, log_r_);
+                for (int D = 0; D < kRowBlockLevels; ++D)
+                    row_rho_[(j * rows + r) * 8 + D] = unit_root_rounded(num, root.q << (log_r_ + D + 1));
+            }
+        }
+    }
     if (!four_step()) {
         interleaved_.reserve(w_);
         for (int j = 0; j < w_; ++j) interleaved_.emplace_back(sub_root(m, d_, j), log_b_);
@@ -183,6 +203,31 @@ void TransformEngine::forward_columns(const KernelSet& ks, const Block* in, Bloc
     });
 }
 
+// s(D, g) * rho with one rounding of the sum: the error terms of both products are recovered
+// with FMA, so an entry is within ~1.5 ulp of the exact root (the full table: 0.5 ulp).
+namespace {
+inline Cplx accurate_cmul(const Cplx& a, const Cplx& b) {
+    const double rr = a.re * b.re, ii = a.im * b.im, ri = a.re * b.im, ir = a.im * b.re;
+    const double e_rr = std::fma(a.re, b.re, -rr), e_ii = std::fma(a.im, b.im, -ii);
+    const double e_ri = std::fma(a.re, b.im, -ri), e_ir = std::fma(a.im, b.re, -ir);
+    return Cplx{(rr - ii) + (e_rr - e_ii), (ri + ir) + (e_ri + e_ir)};
+}
+}  // namespace
+
+const Cplx* TransformEngine::row_twiddles(int sub, uint64_t row, Cplx* local, int& depth0, uint64_t& node) const {
+    if (!factored_rows_) {
+        depth0 = log_r_;
+        node = row;
+        return straight_[sub].data();
+    }
+    const Cplx* rho = &row_rho_[(uint64_t(sub) * rows() + row) * 8];
+    for (int D = 0; D < kRowBlockLevels; ++D)
+        for (uint64_t g = uint64_t(1) << D; g < (uint64_t(2) << D); ++g) local[g] = accurate_cmul(rho[D], row_sigma_[g]);
+    depth0 = 0;
+    node = 0;
+    return local;
+}
+
 void TransformEngine::forward_row_unit(const KernelSet& ks, Block* work, uint64_t unit) const {
     if (!four_step()) {
         Block* sub = work + unit * pitch_;
@@ -194,10 +239,14 @@ void TransformEngine::forward_row_unit(const KernelSet& ks, Block* work, uint64_
     const uint64_t j = unit / gr.super_rows, r = unit % gr.super_rows;
     Block* srow = work + j * pitch_ + r * gr.super_pitch;
     ks.dif_vertical(srow, kRowBlocks + 1, gr.s, kRowBlocks, straight_[j].data(), log_r_ - gr.s, r);
+    Cplx local[kRowBlocks];
     for (uint64_t u = 0; u < gr.group; ++u) {
         const uint64_t row = (r << gr.s) + u;
         Block* rp = srow + u * (kRowBlocks + 1);
-        ks.dif_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
+        int depth0;
+        uint64_t node;
+        const Cplx* tw = row_twiddles(int(j), row, local, depth0, node);
+        ks.dif_vertical(rp, 1, kRowBlockLevels, 1, tw, depth0, node);
         ks.dif_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
     }
 }
@@ -212,11 +261,15 @@ void TransformEngine::inverse_row_unit(const KernelSet& ks, Block* work, uint64_
     const Grid gr = grid();
     const uint64_t j = unit / gr.super_rows, r = unit % gr.super_rows;
     Block* srow = work + j * pitch_ + r * gr.super_pitch;
+    Cplx local[kRowBlocks];
     for (uint64_t u = 0; u < gr.group; ++u) {
         const uint64_t row = (r << gr.s) + u;
         Block* rp = srow + u * (kRowBlocks + 1);
         ks.dit_inblock_factored(rp, kRowBlocks, sigma_[0].records(), &rho_[(j << log_r_) + row]);
-        ks.dit_vertical(rp, 1, kRowBlockLevels, 1, straight_[j].data(), log_r_, row);
+        int depth0;
+        uint64_t node;
+        const Cplx* tw = row_twiddles(int(j), row, local, depth0, node);
+        ks.dit_vertical(rp, 1, kRowBlockLevels, 1, tw, depth0, node);
     }
     ks.dit_vertical(srow, kRowBlocks + 1, gr.s, kRowBlocks, straight_[j].data(), log_r_ - gr.s, r);
 }
@@ -353,7 +406,11 @@ void TransformEngine::square(Block* a, Parallelizer* p, uint64_t tds) const {
 }
 
 void TransformEngine::perturb_twiddle(int sub, int depth, uint64_t group, double delta) {
-    if (depth < log_b_) {
+    if (factored_rows_ && depth >= log_r_ && depth < log_b_) {
+        // A row-level fault lands on the row factor of the row holding that group.
+        const int D = depth - log_r_;
+        row_rho_[(uint64_t(sub) * rows() + (group >> D)) * 8 + D].re += delta;
+    } else if (depth < log_b_) {
         straight_[sub].perturb(depth, group, delta);
     } else if (!four_step()) {
         interleaved_[sub].perturb(depth, group, delta);
@@ -369,7 +426,7 @@ uint64_t TransformEngine::twiddle_bytes() const {
     for (const StraightTable& t : straight_) bytes += t.bytes();
     for (const InterleavedTable& t : interleaved_) bytes += t.bytes();
     for (const InterleavedTable& t : sigma_) bytes += t.bytes();
-    return bytes;
+    return bytes + (row_rho_.size() + row_sigma_.size()) * sizeof(Cplx) + rho_.size() * sizeof(Block);
 }
 
 }  // namespace qmp::fft

@@ -89,6 +89,14 @@ private:
     std::vector<InterleavedTable> interleaved_;
     std::vector<InterleavedTable> sigma_;
     std::vector<Block> rho_;
+    // Four-step grids of at least 8 rows: straight_ holds only the column and super-row depths
+    // (below log_r_); the 7 block levels of a row take s(log_r_ + D, row 2^D + g) =
+    // row_rho_[(sub, row), D] * row_sigma_[2^D + g], formed per row into a 128-entry table.
+    bool factored_rows_ = false;
+    std::vector<Cplx> row_rho_;    // 8 per (sub-transform, row): D = 0..6, one unused
+    std::vector<Cplx> row_sigma_;  // 128: exp(2 pi i bitrev_D(g) / 2^(D+1)) at 2^D + g
+    // The row's straight twiddles for the kernels (depth0 = 0, node = 0), or the shared table.
+    const Cplx* row_twiddles(int sub, uint64_t row, Cplx* local, int& depth0, uint64_t& node) const;
 };
 
 // Test seam: a private transform (not in the shared cache) whose twiddle s(depth, group) of
