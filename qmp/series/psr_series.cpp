@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
+#include <type_traits>
 #include <cstdio>
 
 #include "qmp/console.h"
@@ -13,6 +15,7 @@
 #include "qmp/series/common_p2b3.h"
 #include "qmp/series/hyperdescent.h"
 #include "qmp/series/series_sizer.h"
+#include "qmp/series/truncated_top.h"
 
 namespace qmp::BinarySplitting {
 
@@ -87,7 +90,6 @@ void PSR_SeriesB<F>::sum(uint64_t words, const MulEnv& env, uint64_t tds, WorkAr
                       double(caps[F::kQ]) / double(std::max<uint64_t>(words, 1)));
         Console::println(line, Console::Colour::Label);
     }
-    BSRNode<F> top = carve_node<F>(caps, F::kTopMask, arena);
     BSRProgress local;
     BSRProgress& progress = profile ? *profile : local;
     const bool show_index = verbose && isatty(STDOUT_FILENO);
@@ -97,16 +99,45 @@ void PSR_SeriesB<F>::sum(uint64_t words, const MulEnv& env, uint64_t tds, WorkAr
         progress.context = &n;
     }
     BSR<F> bsr(series_, env, &progress, n + 1);
-    if (n > 0) bsr.BSR_S(1, n + 1, top, F::kTopMask, arena, tds);
+    // S = num / (den 2^shift); then A = CQ den 2^shift + CP num and B = CD den 2^shift.
+    SeriesFraction s;
+    bool summed = false;
+    if constexpr (std::is_same_v<F, CommonP2B3>) {
+        // Only P / Q is wanted: when the halves' outputs are longer than the precision, the top
+        // merge multiplies their top words only.
+        const uint64_t keep = result_words(words) + 2;
+        if (n >= 8) {
+            const uint64_t m = series_.split(1, n + 1);
+            const auto capL = F::caps(series_, 1, m), capR = F::caps(series_, m, n + 1);
+            if (truncated_top_applies(capL, capR, keep)) {
+                const unsigned maskL = F::left_mask(F::kTopMask), maskR = F::right_mask(F::kTopMask);
+                BSRNode<F> L = carve_node<F>(capL, maskL, arena);
+                BSRNode<F> R = carve_node<F>(capR, maskR, arena);
+                bsr.BSR_S(1, m, L, maskL, arena, tds);
+                bsr.BSR_S(m, n + 1, R, maskR, arena, tds);
+                const uint64_t t0 = progress.timing ? BSRProgress::now_ns() : 0;
+                truncated_top_merge(1, n + 1, L, R, capL, capR, caps, keep, s, arena, env.with_tds(tds));
+                if (progress.timing) {
+                    const unsigned bucket = std::bit_width(total_words<F>(caps, F::kTopMask));
+                    progress.merge_ns[bucket] += BSRProgress::now_ns() - t0;
+                    progress.merge_count[bucket] += 1;
+                }
+                summed = true;
+            }
+        }
+    }
+    BSRNode<F> top;
+    if (!summed) {
+        top = carve_node<F>(caps, F::kTopMask, arena);
+        if (n > 0) bsr.BSR_S(1, n + 1, top, F::kTopMask, arena, tds);
+    }
     if (verbose) {
         char line[64];
         std::snprintf(line, sizeof line, "%sIndex: %llu", show_index ? "\rSumming: " : "", (unsigned long long)n);
         Console::println(line, Console::Colour::Info);
         Console::println("Finishing Series", Console::Colour::Info);
     }
-    // S = num / (den 2^shift); then A = CQ den 2^shift + CP num and B = CD den 2^shift.
-    SeriesFraction s;
-    F::finish(series_, n, top, s, arena, env);
+    if (!summed) F::finish(series_, n, top, s, arena, env);
     const uint64_t shift_words = s.den_shift_bits / 64 + 1;
     const uint64_t den_cap = s.den.capacity + shift_words + 2, num_cap = s.num.capacity + 2;
     const uint64_t a_cap = std::max(den_cap, num_cap) + 2;

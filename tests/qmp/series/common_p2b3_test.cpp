@@ -1,5 +1,5 @@
 // The P/Q/R recursion against exact fractions summed directly, the redundancy check firing on
-// faults injected into a leaf and into a merge, the plan refusals with their exact texts, and
+// faults injected into a leaf, a merge and the truncated top of a sum, the plan refusals with their exact texts, and
 // e = sum 1/k! (Power +1 and, through the alternating series, Power -1) against the reference.
 #include <gtest/gtest.h>
 
@@ -123,6 +123,29 @@ TEST(CommonP2B3, RedundancyCheckFiresOnFaultInLeafAndInMerge) {
     g_fault_stage = nullptr;
     RangeRun clean;
     EXPECT_NO_THROW(clean.run(bsr, s, 1, 400));
+
+    // The top of a sum multiplies truncated operands (no shadow residues): each product and the
+    // sum P = X + t are checked against their operands' residues instead.
+    const MulEnv env{&qmp::test::series_table()};
+    PSR_SeriesB<CommonP2B3> psr(s, 1);
+    TestBuffer buffer(psr.memory_bytes(env, 30, 1));
+    std::vector<uint64_t> nw(PSR_SeriesB<CommonP2B3>::result_words(30)), dw(nw.size());
+    BigFloat<uint64_t> num(nw.data(), nw.size()), den(dw.data(), dw.size());
+    for (int hit : {1, 4}) {  // the first product, and the sum
+        static int countdown;
+        countdown = hit;
+        set_bsr_fault_injector([](const char* stage, uint64_t, uint64_t, BigInt<uint64_t>* out, unsigned) {
+            if (std::string(stage) == "top" && --countdown == 0) out[0].T[0] ^= 1;
+        });
+        try {
+            psr.run(30, env, 1, buffer.view, num, den);
+            ADD_FAILURE() << "no check failure for fault " << hit << " at the top";
+        } catch (const BSRCheckFailure& e) {
+            EXPECT_EQ(e.a, 1u);
+            EXPECT_EQ(e.b, psr.terms(30) + 1);
+            EXPECT_NE(e.check0, 0u);
+        }
+    }
     set_bsr_fault_injector(nullptr);
 }
 
