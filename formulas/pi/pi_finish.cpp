@@ -52,13 +52,14 @@ Pi_Series_BigFloatR::Pi_Series_BigFloatR(const std::string& algorithm, const qmp
         *series_, -1, qmp::BinarySplitting::SeriesCoefficients{1, int64_t(constants_.coefficient_q),
                                                                int64_t(constants_.coefficient_d)});
     series_bytes_ = psr_->memory_bytes(env, p, tds_);
-    // After the series: numerator, denominator, quotient, root, product (+ the largest scratch).
-    const uint64_t fraction = 2 * words_bytes(PSR_SeriesB::result_words(p));
-    const uint64_t finish = fraction + 2 * words_bytes(p + 3) + words_bytes(2 * p + 6) +
-                            std::max({qmp::Division_BigFloatR<uint64_t>::scratch_bytes(table_, p),
-                                      qmp::InvsqrtWord_BigFloatR<uint64_t>::scratch_bytes(table_, p),
-                                      qmp::multiply_scratch_bytes(table_, p + 2, p + 2)}) +
-                            4096;
+    // After the series, on top of the fraction, one phase at a time: the quotient and its
+    // division's scratch, then the root and its scratch, then the product and its scratch.
+    const uint64_t fraction = 2 * words_bytes(PSR_SeriesB::result_words(p)), one = words_bytes(p + 3);
+    const uint64_t finish =
+        fraction + std::max({one + qmp::Division_BigFloatR<uint64_t>::scratch_bytes(table_, p),
+                             2 * one + qmp::InvsqrtWord_BigFloatR<uint64_t>::scratch_bytes(table_, p),
+                             2 * one + words_bytes(2 * p + 6) + qmp::multiply_scratch_bytes(table_, p + 2, p + 2)}) +
+        4096;
     memory_bytes_ = std::max(series_bytes_ + fraction, finish) + 1024;
 }
 
@@ -79,10 +80,11 @@ void Pi_Series_BigFloatR::run(Float& result, AlignedBufferC buffer, qmp::Paralle
     }
     const double t1 = now_s();
     const uint64_t tds = parallelizer ? tds_ : 1;
-    Float q(buffer.spawn_words<uint64_t>(p + 3)), y(buffer.spawn_words<uint64_t>(p + 3));
+    Float q(buffer.spawn_words<uint64_t>(p + 3));
     qmp::Division_BigFloatR<uint64_t> division(table_, p, tds_);
     division.run(q, num, den, p, buffer, parallelizer, tds);
     const double t2 = now_s();
+    Float y(buffer.spawn_words<uint64_t>(p + 3));
     qmp::InvsqrtWord_BigFloatR<uint64_t> invsqrt(table_, p, tds_);
     invsqrt.run(y, constants_.radicand, p, buffer, parallelizer, tds);
     const double t3 = now_s();

@@ -10,7 +10,7 @@
 // S = P / (Q 2^(scale1 + scale2 + 64 (eQ - eP))), with a relative error of a few units of
 // 2^(-64 (keep - 1)).
 // The truncated values have no shadow residues; instead each product is checked against its
-// operands' residues modulo 2^61 - 1 and the sum against its terms' (BSRCheckFailure for the
+// operands' residues modulo 2^61 - 1 and each sum against its terms' (BSRCheckFailure for the
 // whole range on a mismatch). The halves themselves are checked as every merge is.
 // Memory: X and Q stay carved from `arena` for the caller; t and the product scratch are
 // transient. Counting mode sizes the same steps from the capacities.
@@ -23,6 +23,14 @@
 #include "qmp/series/psr_series.h"
 
 namespace qmp::BinarySplitting {
+
+// Products of the top with operands of at least this many words in total are formed as their top
+// part from three products half as long (the low halves' product, below the words kept, is
+// never formed): 1.5 times the work of one product, but the scratch of a product half its
+// length, which at this size sets the peak memory of the whole sum.
+inline constexpr uint64_t kTopSplitMinWords = uint64_t(1) << 22;
+// Test seam: the threshold above (0: every top product splits).
+void set_top_split_min_words(uint64_t words);
 
 // Whether cutting the operands of the top merge of halves with these capacities saves work.
 bool truncated_top_applies(const CommonP2B3::Caps& capL, const CommonP2B3::Caps& capR, uint64_t keep);

@@ -14,6 +14,7 @@
 #include "qmp/cpu_features.h"
 #include "qmp/exception.h"
 #include "qmp/parallel/parallel_framework.h"
+#include "qmp/series/truncated_top.h"
 #include "qmp/words/mod_m61.h"
 #include "tests/qmp/series/series_test_support.h"
 #include "tests/test_support.h"
@@ -54,6 +55,15 @@ TEST(PiSeries, BothSeriesMatchTheReference) {
             EXPECT_EQ(hex_prefix_residue(run.value, h), reference_residue(h)) << algorithm << " " << digits;
         }
     }
+    // The top products formed from three half-length products each, as at 10^8 digits and above
+    // (the Ramanujan series' halves outgrow the precision from 10^4 digits, Chudnovsky's later).
+    qmp::BinarySplitting::set_top_split_min_words(0);
+    for (uint64_t digits : {10000, 100000}) {
+        PiRun run("ramanujan", digits, nullptr, 1);
+        const uint64_t h = uint64_t(std::floor(digits * std::log2(10.0) / 4)) - 16;
+        EXPECT_EQ(hex_prefix_residue(run.value, h), reference_residue(h)) << "split top " << digits;
+    }
+    qmp::BinarySplitting::set_top_split_min_words(qmp::BinarySplitting::kTopSplitMinWords);
 }
 
 TEST(PiSeries, SameWordsOnTwoThreadsAndOnThePortablePath) {
