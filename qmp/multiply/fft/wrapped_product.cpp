@@ -29,7 +29,8 @@ constexpr uint64_t kMinParallelComplexPoints = uint64_t(1) << 16;
 
 }  // namespace
 
-WrappedProduct::WrappedProduct(uint64_t a_words, uint64_t b_words, uint64_t kept_words, DigitMode mode)
+WrappedProduct::WrappedProduct(uint64_t a_words, uint64_t b_words, uint64_t kept_words, DigitMode mode,
+                               uint64_t stream_min_points_bytes)
     : mode_(mode), a_words_(a_words), b_words_(b_words), kept_words_(kept_words) {
     const uint64_t need_bits = std::max<uint64_t>(64 * kept_words, 64 * std::max(a_words, b_words));
     bool found = false;
@@ -55,12 +56,22 @@ WrappedProduct::WrappedProduct(uint64_t a_words, uint64_t b_words, uint64_t kept
                                      "Product of " + std::to_string(a_words) + " words is beyond this transform.");
     transform_ = &get_transform(size_.m, size_.k, FFTv4::kConversionBlockExponent);
     release_words_ = (uint64_t(size_.bits) * size_.real_points() + 63) / 64 + 2;
-    points_bytes_ = align128(std::max(size_.complex_points() * 16, release_words_ * 8));
+    // Streamed operands need no points array: one transform-sized area fewer.
+    streams_ = transform_->streams_input() && size_.complex_points() * 16 >= stream_min_points_bytes;
+    points_bytes_ = streams_ ? 0 : align128(std::max(size_.complex_points() * 16, release_words_ * 8));
     work_bytes_ = align128(transform_->work_bytes());
+    carry_bytes_ = streams_ ? align128(SplitSource::scratch_bytes(size_.complex_points())) : 0;
 }
 
 uint64_t WrappedProduct::scratch_bytes() const noexcept {
-    return 128 + points_bytes_ + work_bytes_ + align128(transform_->scratch_bytes(64)) + align128(release_words_ * 8);
+    return 128 + points_bytes_ + work_bytes_ + align128(transform_->scratch_bytes(64)) + align128(release_words_ * 8) +
+           carry_bytes_;
+}
+
+// Scratch layout: [points (none when streaming) | work | transform scratch | S | split carries].
+uint8_t* WrappedProduct::carries(char* base) const noexcept {
+    return reinterpret_cast<uint8_t*>(base + points_bytes_ + work_bytes_ + align128(transform_->scratch_bytes(64)) +
+                                      align128(release_words_ * 8));
 }
 
 uint64_t WrappedProduct::task_count(uint64_t tds) const noexcept {
@@ -74,6 +85,11 @@ void WrappedProduct::forward_stored(void* T, const uint64_t* B, uint64_t BL, voi
     auto* points = reinterpret_cast<Block*>(base);
     void* tscratch = base + points_bytes_ + work_bytes_;
     const uint64_t t = task_count(tds);
+    if (streams_) {
+        const SplitSource source(B, BL, size_.bits, mode_, size_.complex_points(), carries(base), p, t);
+        transform_->forward(source, static_cast<Block*>(T), tscratch, p, t);
+        return;
+    }
     split_words(B, BL, size_.bits, mode_, points, size_.complex_points(), p, t);
     transform_->forward(points, static_cast<Block*>(T), tscratch, p, t);
 }
@@ -90,6 +106,12 @@ double WrappedProduct::multiply(uint64_t* C, const uint64_t* A, uint64_t AL, con
     const uint64_t t = task_count(tds);
     const uint64_t SL = release_words_;
     auto attempt = [&](uint64_t seed) {
+        if (streams_) {
+            const SplitSource source(A, AL, size_.bits, mode_, size_.complex_points(), carries(base), p, t, seed);
+            transform_->convolve(source, work, static_cast<const Block*>(T), work, tscratch, p, t);
+            return release_points(work, size_.complex_points(), size_.bits, size_.real_points(), S, SL, p, t,
+                                  transform_->work_layout());
+        }
         split_words(A, AL, size_.bits, mode_, points, size_.complex_points(), p, t, seed);
         transform_->convolve(points, work, static_cast<const Block*>(T), points, tscratch, p, t);
         return release_points(points, size_.complex_points(), size_.bits, size_.real_points(), S, SL, p, t);

@@ -22,8 +22,11 @@ namespace qmp::fft {
 class WrappedProduct {
 public:
     // A of up to a_words words, B of up to b_words, the low kept_words of A * B mod 2^N + 1.
-    // Throws LimitExceededException when no transform carries it.
-    WrappedProduct(uint64_t a_words, uint64_t b_words, uint64_t kept_words, DigitMode mode = DigitMode::Dithered);
+    // Throws LimitExceededException when no transform carries it. Transforms of at least
+    // stream_min_points_bytes of points that can stream their input do (FFTv4's rule): the
+    // operands are split inside the column pass and the inverse runs in place.
+    WrappedProduct(uint64_t a_words, uint64_t b_words, uint64_t kept_words, DigitMode mode = DigitMode::Dithered,
+                   uint64_t stream_min_points_bytes = uint64_t(16) << 20);
 
     const TransformSize& size() const noexcept { return size_; }
     uint64_t kept_words() const noexcept { return kept_words_; }
@@ -50,6 +53,9 @@ private:
     uint64_t release_words_;  // words released from the points: N bits plus two words of carry
     uint64_t points_bytes_;
     uint64_t work_bytes_;
+    bool streams_ = false;     // operands split inside the column pass, inverse in place
+    uint64_t carry_bytes_ = 0;  // the streamed split's carry plan
+    uint8_t* carries(char* base) const noexcept;
 };
 
 }  // namespace qmp::fft
