@@ -62,7 +62,9 @@ TEST(FftTransform, ProductsMatchNaiveForEveryMultiplierAndReductionRow) {
     struct Size { int m, k_first, k_last; };
     // m = 1 covers all three reduction rows (k = 7; 8, 10, 11; 9, 12+) and the four-step shape
     // from k = 14; m = 3, 5, 7 reach the four-step shape at k = 12.
-    for (const Size s : {Size{1, 7, 15}, Size{3, 7, 12}, Size{5, 7, 12}, Size{7, 7, 12}}) {
+    // From 2^19 complex points (m = 1, k = 20; m = 3, k = 19) the rows' twiddles are factored.
+    for (const Size s : {Size{1, 7, 15}, Size{3, 7, 12}, Size{5, 7, 12}, Size{7, 7, 12}, Size{1, 20, 20},
+                         Size{3, 19, 19}}) {
         for (int k = s.k_first; k <= s.k_last; ++k) {
             SCOPED_TRACE("m=" + std::to_string(s.m) + " k=" + std::to_string(k));
             const Transform& t = get_transform(s.m, k, 0);
@@ -246,6 +248,18 @@ TEST(FftTransform, PerturbedTwiddleIsCaughtByTheRoundingDistance) {
         const auto r = test::transform_product(*bad, x, &y);
         EXPECT_FALSE(r.max_distance <= 0.3) << "max distance " << r.max_distance;
     }
+    // A large grid, whose rows form their twiddles from a row factor: a fault in one row's
+    // factor at a block level inside the row is caught too.
+    const int big_k = 20;
+    const Transform& big = get_transform(m, big_k, 0);
+    const uint64_t big_count = 2 * big.complex_points();
+    const int big_bits = bits_per_point(m, big_k, DigitMode::Dithered);
+    const Digits bx = test::random_digits(rng, big_count, big_count / 2, big_bits);
+    const Digits by = test::random_digits(rng, big_count, big_count / 2, big_bits);
+    EXPECT_LE(test::transform_product(big, bx, &by).max_distance, 0.125);
+    const int row_depth = big.engine().sub_exponent() - 6;  // a block level inside the 128-block rows
+    const auto bad = make_perturbed_transform(m, big_k, 0, row_depth, 5 << 3, std::ldexp(1.0, -30));
+    EXPECT_FALSE(test::transform_product(*bad, bx, &by).max_distance <= 0.3);
 }
 
 }  // namespace
