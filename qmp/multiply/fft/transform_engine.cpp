@@ -7,7 +7,10 @@
 // twiddle pass: the row index alone selects the twiddles. A product runs B's column pass, then
 // one row pass doing forward rows, the pointwise product and inverse rows while each row unit is
 // in cache (convolve()), then the inverse column pass; the column pass can also produce its
-// input on the fly from a BlockSource instead of reading a points buffer.
+// input on the fly from a BlockSource instead of reading a points buffer, and the inverse
+// column pass can write its output back into the work area (out == work), so that a product
+// needs no points array at all. Large grids form each row's block-level twiddles from one
+// factor per row and a shared 128-entry table, so the tables are 1/6 of the full ones.
 #include "qmp/multiply/fft/transform_engine.h"
 
 #include <cmath>
