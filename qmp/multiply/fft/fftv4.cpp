@@ -51,6 +51,8 @@ namespace {
 
 // Transform scratch is sized for this many tasks (the plans never allow more).
 constexpr uint64_t kMaxTds = 256;
+// Transforms up to this size (tables of at most ~1 MiB) are built when sized.
+constexpr uint64_t kPrebuiltMaxComplexPoints = uint64_t(1) << 19;
 
 bool stream_operands(const fft::TransformSize& size, const FFTv4Config& config) {
     return fft::transform_streams_input(size.m, size.k) && size.complex_points() * 16 >= config.stream_min_points_bytes;
@@ -165,6 +167,10 @@ FFTv4::Layout FFTv4::layout(const fft::TransformSize& size, bool square) const {
     l.scratch_bytes = transform_scratch(size) +
                       fft::SplitSource::scratch_bytes(size.complex_points());
     l.total_bytes = 128 + l.points_bytes + l.work_bytes * (square ? 1 : 2) + l.scratch_bytes;
+    // Sizing a small transform builds it, so that a plan leaves its tables ready and the run
+    // does not build them (they are small); large ones are built on first use only, since a plan
+    // also sizes transforms that never run and their tables would stay in memory.
+    if (size.complex_points() <= kPrebuiltMaxComplexPoints) l.transform();
     return l;
 }
 
